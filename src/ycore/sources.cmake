@@ -1,0 +1,23 @@
+yovo_add_sources(
+    PUBLIC_HEADERS
+        yassert.h
+        yexception.h
+        ymutex.h
+        yprintable.h
+        ysemaphore.h
+        yserializable.h
+    PRIVATE_HEADERS
+        ynamed_object_posix_p.h
+        ysemaphore_p.h
+        yunix_p.h
+    SOURCES
+        yassert.cpp
+        yexception.cpp
+        ymutex.cpp
+        yprintable.cpp
+        ysemaphore.cpp
+        yserializable.cpp
+    POSIX_SOURCES
+        ymutex_posix.cpp
+        ynamed_object_posix.cpp
+        ysemaphore_posix.cpp)

@@ -1,0 +1,4 @@
+#include "yprintable.h"
+
+// Anchors the vtable in the library.
+YPrintable::~YPrintable() = default;

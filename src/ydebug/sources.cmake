@@ -1,0 +1,10 @@
+yovo_add_sources(
+    PUBLIC_HEADERS
+        ycyclic_buffer.h
+        ydebug.h
+    PRIVATE_HEADERS
+        ydebug_sink_p.h
+    SOURCES
+        ydebug.cpp
+    POSIX_SOURCES
+        ydebug_posix.cpp)

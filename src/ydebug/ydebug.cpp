@@ -1,0 +1,828 @@
+// Operating-system independent part of the debug streams; ydebug_posix.cpp has the rest.
+#include "ydebug.h"
+
+#include "ydebug_sink_p.h"
+#include "yexception.h"
+#include "yprintable.h"
+#include "ysemaphore.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QMutex>
+#include <QMutexLocker>
+
+#include <charconv>
+#include <cstdarg>
+#include <cstdlib>
+
+namespace {
+
+const char* const DEBUG_LEVEL_STRINGS[8] = {"SYSTEM", "ERROR", "WARNING", "NOTICE",
+                                            "DBG1",   "DBG2",  "DBG3",
+                                            "THE_LAST_DEBUG_LEVEL_SHOULD_NOT_BE_USED"};
+
+const int APPENDF_CHUNK = 256;
+
+// Guards the cache settings of all sinks; readers of the settings don't take it.
+QMutex& cacheSettingsMutex()
+{
+    static QMutex mutex;
+    return mutex;
+}
+
+void appendPadded(QByteArray& out, int errorId)
+{
+    out += QString::fromLatin1("%1").arg(errorId, 5, 10, QLatin1Char('0')).toLatin1();
+}
+
+void appendTwoDigits(char* out, int value)
+{
+    out[0] = char('0' + value / 10 % 10);
+    out[1] = char('0' + value % 10);
+}
+
+// The stamp changes once a second, so each thread formats it only then.
+struct TimestampCache
+{
+    long long second = -1;
+    char text[19];
+};
+
+} // namespace
+
+const YDebug::StreamId YDebug::STDOUT(0);
+const YDebug::StreamId YDebug::STDERR(1);
+
+YDebug::YDebugSink* YDebug::_sinkList[YDebug::MAX_STREAMS] = {};
+int YDebug::_nextSink = 2;
+// The two standard sinks and the inactive value must exist before any other static object of the
+// process can log, so they are made first, by the initialiser of the inactive value.
+YDebug YDebug::_inactive __attribute__((init_priority(101))) = YDebug::makeStandardSinks();
+std::atomic<bool> YDebug::_printProcessIdAndThreadId(false);
+const char* const YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS = "dd.MM.yyyy hh:mm:ss";
+const char* const YDebug::_TIMESTAMP_FORMAT_WITH_MILLISECONDS = "dd.MM.yyyy hh:mm:ss.zzz";
+std::atomic<const char*> YDebug::_timestampFormat(
+    YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS);
+
+// ---------------------------------------------------------------------------------------------
+// The sink
+
+YDebug::YDebugSink::YDebugSink(FILE* file, int level, const QByteArray& prefix)
+    : _level(level),
+      _file(file),
+      _prefix(prefix),
+      _rotatable(false),
+      _rotationSize(0),
+      _cacheEnabled(false),
+      _cacheLogSize(0),
+      _cacheBuffer(nullptr),
+      _dropping(false),
+      _secForVerbosityFive(0),
+      _savedLevel(level),
+      _verbosityRaised(false),
+      _errorIdForBufferDrop(0),
+      _rotationSemaphore(nullptr),
+      _free(false),
+      _rotationMutex(new YMutex)
+{
+}
+
+YDebug::YDebugSink::YDebugSink() : YDebugSink(nullptr, ERROR, QByteArray())
+{
+    _free = true;
+}
+
+YDebug::YDebugSink::~YDebugSink()
+{
+    if (_file && _file != stdout && _file != stderr)
+        fclose(_file);
+    delete _rotationSemaphore;
+    delete _rotationMutex;
+    delete _cacheBuffer;
+}
+
+void YDebug::YDebugSink::write(const QByteArray& line)
+{
+    if (!_file)
+        return;
+    const bool rotating = isRotating() && _logFile.isOpen();
+    if (rotating) {
+        _rotationMutex->lock();
+        YDebugSys::lockShared(_logFile.handle());
+    }
+    // "%s" on purpose: the line ends at an embedded NUL, as the format says.
+    if (!line.isEmpty())
+        fprintf(_file, "%s\r\n", line.constData());
+    fflush(_file);
+    if (rotating) {
+        YDebugSys::unlock(_logFile.handle());
+        _rotationMutex->unlock();
+    }
+}
+
+void YDebug::YDebugSink::setRotationSize(int megabytes)
+{
+    if (_fileName.isEmpty())
+        return;
+    const QString fileName = QString::fromLocal8Bit(_fileName);
+    _rotatable = !QFile(fileName).isSequential();
+    _rotationSize = int(unsigned(megabytes) << 20);
+    if (!_rotatable || _rotationSize == 0)
+        return;
+    if (!_logFile.isOpen()) {
+        _logFile.setFileName(fileName);
+        _logFile.open(QIODevice::ReadOnly);
+    }
+    const QByteArray name = QFileInfo(fileName).baseName().toLocal8Bit() + "_rotationSem";
+    delete _rotationSemaphore;
+    _rotationSemaphore = nullptr;
+    _rotationSemaphore = new YSemaphore(1, QString::fromLocal8Bit(name));
+}
+
+void YDebug::YDebugSink::checkRotation()
+{
+    if (!isRotating())
+        return;
+    _rotationMutex->lock();
+    try {
+        // Another process is rotating the same log: it will do for both of us.
+        if (!_rotationSemaphore || _rotationSemaphore->tryAcquire(1)) {
+            const int size = int(quint32(_logFile.size()));
+            if (size > _rotationSize)
+                rotate();
+            if (_rotationSemaphore)
+                _rotationSemaphore->release(1);
+        }
+    } catch (const YException&) {
+    }
+    _rotationMutex->unlock();
+}
+
+void YDebug::YDebugSink::rotate()
+{
+    const QString fileName = QString::fromLocal8Bit(_fileName);
+    const QFileInfo info(fileName);
+    const QString rotatedName = info.absolutePath() + QDir::separator() + info.baseName()
+        + QLatin1Char('_')
+        + QDateTime::currentDateTime().toString(QStringLiteral("ddMMyy_hhmmss"))
+        + QLatin1Char('.') + info.completeSuffix();
+    const bool locked = _logFile.isOpen();
+    if (locked)
+        YDebugSys::lockExclusive(_logFile.handle());
+    // Copy and truncate, not rename: every process keeps its stream open and, appending, carries
+    // on at the new end of the file.
+    if (QFile::copy(fileName, rotatedName)) {
+        QFile::setPermissions(rotatedName, _logFile.permissions());
+        QFile truncating(fileName);
+        if (truncating.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            truncating.close();
+        else
+            QFile::remove(rotatedName);
+    }
+    if (locked)
+        YDebugSys::unlock(_logFile.handle());
+}
+
+// ---------------------------------------------------------------------------------------------
+// Making a value
+
+YDebug::YDebug(StreamId stream, debug_level_t level)
+    : _sink(getSink(stream)),
+      _level(level),
+      _newLine(true),
+      _space(true),
+      _active(_sink && (level < 0 || level <= _sink->_level.load(std::memory_order_relaxed))),
+      _hexMode(false),
+      _firstInCacheLine(false),
+      _errorId(0),
+      _printErrorId(false)
+{
+}
+
+YDebug YDebug::makeStandardSinks()
+{
+    _sinkList[STDOUT.id()] = createSink(stdout, WARNING, QByteArray());
+    _sinkList[STDERR.id()] = createSink(stderr, WARNING, QByteArray());
+    return YDebug(STDOUT, THE_LAST_DEBUG_LEVEL_SHOULD_NOT_BE_USED);
+}
+
+YDebug::YDebug(YDebugSink* sink, debug_level_t level, int errorId)
+    : _sink(sink),
+      _level(level),
+      _newLine(true),
+      _space(true),
+      _active(true),
+      _hexMode(false),
+      _firstInCacheLine(true),
+      _errorId(errorId),
+      _printErrorId(true)
+{
+}
+
+YDebug::~YDebug()
+{
+    if (!_line.isEmpty())
+        flush();
+}
+
+YDebug YDebug::create(StreamId stream, debug_level_t level)
+{
+    return create_ex(-1, stream, level);
+}
+
+YDebug YDebug::create_ex(int errorId, StreamId stream, debug_level_t level)
+{
+    YDebugSink* sink = getSink(stream);
+    // The raised period ends here, at the first statement after it, and nowhere else.
+    if (sink->_cacheEnabled.load(std::memory_order_relaxed)
+        && sink->_verbosityRaised.load(std::memory_order_relaxed)
+        && sink->_raiseTime.secsTo(QDateTime::currentDateTime())
+            >= qint64(sink->_secForVerbosityFive)) {
+        sink->_verbosityRaised.store(false, std::memory_order_relaxed);
+        sink->_level.store(sink->_savedLevel, std::memory_order_relaxed);
+    }
+    if (sink->_level.load(std::memory_order_relaxed) < level)
+        return _inactive;
+    return YDebug(sink, level, errorId);
+}
+
+YDebug YDebug::doHandleCacheEnabled(StreamId stream, debug_level_t level)
+{
+    return doHandleCacheEnabled_ex(-1, stream, level);
+}
+
+YDebug YDebug::doHandleCacheEnabled_ex(int errorId, StreamId stream, debug_level_t level)
+{
+    YDebugSink* sink = getSink(stream);
+    if (sink->_cacheEnabled.load(std::memory_order_relaxed))
+        return YDebug(sink, level, errorId);
+    return _inactive;
+}
+
+YDebug& YDebug::inactive()
+{
+    return _inactive;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Writing
+
+YDebug& YDebug::writeItem(const QByteArray& cacheText, const char* text, int size, bool newLine)
+{
+    doHandleCircularBuffer(cacheText);
+    if (!_active)
+        return *this;
+    if (_sink->_cacheEnabled.load(std::memory_order_relaxed)
+        && _sink->_level.load(std::memory_order_relaxed) < _level)
+        return *this; // the item went to the cache only
+    if (_sink->_dropping.load(std::memory_order_relaxed))
+        return *this; // the dump has written it already
+    printNewLineHeader();
+    printErrorId();
+    _line.append(text, size);
+    if (newLine)
+        _newLine = true;
+    if (_space)
+        _line.append(' ');
+    return *this;
+}
+
+YDebug& YDebug::writeNumber(long long value)
+{
+    char buffer[24];
+    char* begin = buffer;
+    if (_hexMode) {
+        *begin++ = '0';
+        *begin++ = 'x';
+    }
+    char* end = std::to_chars(begin, buffer + sizeof buffer, value, _hexMode ? 16 : 10).ptr;
+    return writeItem(QByteArray::fromRawData(buffer, int(end - buffer)), false);
+}
+
+YDebug& YDebug::writeNumber(unsigned long long value)
+{
+    char buffer[24];
+    char* begin = buffer;
+    if (_hexMode) {
+        *begin++ = '0';
+        *begin++ = 'x';
+    }
+    char* end = std::to_chars(begin, buffer + sizeof buffer, value, _hexMode ? 16 : 10).ptr;
+    return writeItem(QByteArray::fromRawData(buffer, int(end - buffer)), false);
+}
+
+YDebug& YDebug::operator<<(bool value)
+{
+    return value ? writeItem(QByteArray::fromRawData("true", 4), false)
+                 : writeItem(QByteArray::fromRawData("false", 5), false);
+}
+
+YDebug& YDebug::operator<<(char value)
+{
+    return writeItem(QByteArray::fromRawData(&value, 1), value == '\n');
+}
+
+YDebug& YDebug::operator<<(QChar value)
+{
+    const char bare = value.toLatin1();
+    const char quoted[3] = {'\'', bare, '\''};
+    return writeItem(QByteArray::fromRawData(&bare, 1), quoted, 3, value == QLatin1Char('\n'));
+}
+
+YDebug& YDebug::operator<<(short value)
+{
+    return writeNumber(static_cast<long long>(value));
+}
+
+YDebug& YDebug::operator<<(unsigned short value)
+{
+    return writeNumber(static_cast<unsigned long long>(value));
+}
+
+YDebug& YDebug::operator<<(int value)
+{
+    return writeNumber(static_cast<long long>(value));
+}
+
+YDebug& YDebug::operator<<(unsigned int value)
+{
+    return writeNumber(static_cast<unsigned long long>(value));
+}
+
+YDebug& YDebug::operator<<(long value)
+{
+    return writeNumber(static_cast<long long>(value));
+}
+
+YDebug& YDebug::operator<<(unsigned long value)
+{
+    return writeNumber(static_cast<unsigned long long>(value));
+}
+
+YDebug& YDebug::operator<<(long long value)
+{
+    return writeNumber(value);
+}
+
+YDebug& YDebug::operator<<(unsigned long long value)
+{
+    return writeNumber(value);
+}
+
+YDebug& YDebug::operator<<(float value)
+{
+    return writeItem(QByteArray::number(double(value), 'g', 6), false);
+}
+
+YDebug& YDebug::operator<<(double value)
+{
+    return writeItem(QByteArray::number(value, 'g', 6), false);
+}
+
+YDebug& YDebug::operator<<(const char* value)
+{
+    if (!value)
+        return writeItem(QByteArray::fromRawData("(null)", 6), false);
+    const int size = int(qstrlen(value));
+    return writeItem(QByteArray::fromRawData(value, size), size > 0 && value[size - 1] == '\n');
+}
+
+YDebug& YDebug::operator<<(const QString& value)
+{
+    return writeItem(value.toLatin1(), value.endsWith(QLatin1Char('\n')));
+}
+
+YDebug& YDebug::operator<<(QLatin1String value)
+{
+    const int size = value.size();
+    const char* data = value.data() ? value.data() : "";
+    return writeItem(QByteArray::fromRawData(data, size), size > 0 && data[size - 1] == '\n');
+}
+
+YDebug& YDebug::operator<<(const QByteArray& value)
+{
+    return writeItem(value, false);
+}
+
+YDebug& YDebug::operator<<(const YPrintable& value)
+{
+    const QByteArray forCache = value.toString().toLatin1();
+    const QByteArray forLine = value.toString().toLatin1();
+    return writeItem(forCache, forLine.constData(), forLine.size(), false);
+}
+
+YDebug& YDebug::operator<<(const void* value)
+{
+    const quintptr address = reinterpret_cast<quintptr>(value);
+    const QByteArray forCache = _hexMode ? "0x" + QByteArray::number(qulonglong(address), 16)
+                                         : QByteArray::number(qulonglong(address));
+    const char lowByte = char(address & 0xff);
+    return writeItem(forCache, &lowByte, 1, false);
+}
+
+YDebug& YDebug::appendf(const char* format, ...)
+{
+    if (!_active)
+        return *this;
+    printNewLineHeader();
+    const int start = _line.size();
+    // Room for the terminating NUL too, so that a text of exactly 256 characters is whole.
+    _line.resize(start + APPENDF_CHUNK + 1);
+    va_list args;
+    va_start(args, format);
+    int written = vsnprintf(_line.data() + start, APPENDF_CHUNK + 1, format, args);
+    va_end(args);
+    if (written < 0)
+        written = 0;
+    if (written > APPENDF_CHUNK) {
+        // Unlike the platform this was written for, vsnprintf tells the full length: keep it all.
+        _line.resize(start + written + 1);
+        va_start(args, format);
+        vsnprintf(_line.data() + start, size_t(written) + 1, format, args);
+        va_end(args);
+    }
+    _line.resize(start + written);
+    if (_line.endsWith('\n'))
+        _newLine = true;
+    if (_space)
+        _line.append(' ');
+    return *this;
+}
+
+YDebug& YDebug::space()
+{
+    _space = true;
+    _line.append(' ');
+    return *this;
+}
+
+YDebug& YDebug::nospace()
+{
+    _space = false;
+    return *this;
+}
+
+void YDebug::flush()
+{
+    if (_sink && _sink->_cacheBuffer && _sink->_level.load(std::memory_order_relaxed) < _level) {
+        static YMutex cacheInsertMutex;
+        YMutexLocker locker(cacheInsertMutex);
+        _sink->_cacheBuffer->insertItem(_cacheLine);
+        _cacheLine.clear();
+        _firstInCacheLine = true;
+    }
+    if (_active && _sink) {
+        _sink->write(_line);
+        _line.clear();
+        _sink->checkRotation();
+        _printErrorId = true;
+    }
+}
+
+YDebug& yflush(YDebug& value)
+{
+    value.flush();
+    return value;
+}
+
+// ---------------------------------------------------------------------------------------------
+// The line's parts
+
+void YDebug::printTimestamp(QByteArray& out) const
+{
+    static thread_local TimestampCache cache;
+    long long seconds;
+    int milliseconds;
+    YDebugSys::now(&seconds, &milliseconds);
+    if (cache.second != seconds) {
+        int day, month, year, hour, minute, second;
+        YDebugSys::localTime(seconds, &day, &month, &year, &hour, &minute, &second);
+        char* t = cache.text; // dd.MM.yyyy hh:mm:ss
+        appendTwoDigits(t, day);
+        t[2] = '.';
+        appendTwoDigits(t + 3, month);
+        t[5] = '.';
+        appendTwoDigits(t + 6, year / 100);
+        appendTwoDigits(t + 8, year);
+        t[10] = ' ';
+        appendTwoDigits(t + 11, hour);
+        t[13] = ':';
+        appendTwoDigits(t + 14, minute);
+        t[16] = ':';
+        appendTwoDigits(t + 17, second);
+        cache.second = seconds;
+    }
+    out.append(cache.text, int(sizeof cache.text));
+    if (_timestampFormat.load(std::memory_order_relaxed) == _TIMESTAMP_FORMAT_WITH_MILLISECONDS) {
+        const char ms[4] = {'.', char('0' + milliseconds / 100), char('0' + milliseconds / 10 % 10),
+                            char('0' + milliseconds % 10)};
+        out.append(ms, 4);
+    }
+}
+
+void YDebug::printDebugLevel(QByteArray& out) const
+{
+    int index = int(_level) + 1;
+    if (index < 0 || index > 7)
+        index = 7;
+    out.append(DEBUG_LEVEL_STRINGS[index]);
+}
+
+void YDebug::printProcessIdAndThreadId(QByteArray& out) const
+{
+    out.append('p');
+    out.append(QByteArray::number(qlonglong(YDebugSys::processId())));
+    out.append("/t");
+    out.append(QByteArray::number(qlonglong(YDebugSys::threadId())));
+}
+
+void YDebug::appendLineHeader(QByteArray& out) const
+{
+    out.append('[');
+    if (!_sink->_prefix.isEmpty()) {
+        out.append(_sink->_prefix);
+        out.append(' ');
+    }
+    printTimestamp(out);
+    out.append(' ');
+    if (_printProcessIdAndThreadId.load(std::memory_order_relaxed)) {
+        printProcessIdAndThreadId(out);
+        out.append(' ');
+    }
+    printDebugLevel(out);
+    out.append(']');
+}
+
+void YDebug::printNewLineHeader()
+{
+    if (!_newLine)
+        return;
+    nospace();
+    if (_line.capacity() - _line.size() < 120)
+        _line.reserve(_line.size() + 120);
+    appendLineHeader(_line);
+    space();
+    _newLine = false;
+}
+
+void YDebug::printErrorId()
+{
+    if (!_printErrorId || _errorId == -1)
+        return;
+    appendPadded(_line, _errorId);
+    _line.append(": ");
+    _printErrorId = false;
+}
+
+// ---------------------------------------------------------------------------------------------
+// The in-memory cache
+
+void YDebug::appendCacheHeader()
+{
+    appendLineHeader(_cacheLine);
+    _cacheLine.append(' ');
+    if (_errorId != -1) {
+        appendPadded(_cacheLine, _errorId);
+        _cacheLine.append(": ");
+    }
+}
+
+void YDebug::doHandleCircularBuffer(const QByteArray& item)
+{
+    YDebugSink* sink = _sink;
+    if (!sink)
+        return;
+    const bool cacheEnabled = sink->_cacheEnabled.load(std::memory_order_relaxed);
+    if (cacheEnabled && sink->_cacheBuffer && !sink->_cacheBuffer->isEmpty()
+        && sink->_errorIdListBufferTrigger.contains(QString::number(_errorId),
+                                                    Qt::CaseInsensitive)) {
+        dumpCache(item);
+        return;
+    }
+    if (sink->_dropping.load(std::memory_order_relaxed))
+        sink->_dropping.store(false, std::memory_order_relaxed);
+    if (item.isEmpty() || !sink->_cacheBuffer
+        || sink->_verbosityRaised.load(std::memory_order_relaxed)
+        || !(sink->_level.load(std::memory_order_relaxed) < _level) || !cacheEnabled)
+        return;
+    if (!_firstInCacheLine) {
+        _cacheLine.append(item);
+        _cacheLine.append(' ');
+        return;
+    }
+    appendCacheHeader();
+    _cacheLine.append(' ');
+    _cacheLine.append(item);
+    _cacheLine.append(' ');
+    _firstInCacheLine = false;
+}
+
+void YDebug::dumpCache(const QByteArray& item)
+{
+    YDebugSink* sink = _sink;
+    _newLine = true;
+    printNewLineHeader();
+    _line.append("************************ERROR/PROBLEM!!!!***************************");
+    _line.append('\n');
+    _newLine = true;
+    printNewLineHeader();
+    _line.append("Dropping the contents of the in memory cache logger");
+    _line.append('\n');
+    while (!sink->_cacheBuffer->isEmpty()) {
+        const QByteArray cached = sink->_cacheBuffer->extractItem();
+        _line.append(cached);
+        _line.append('\n');
+        if (cached.endsWith('\n'))
+            _newLine = true;
+    }
+    _newLine = true;
+    printNewLineHeader();
+    _line.append("Fault ");
+    appendPadded(_line, _errorId);
+    _line.append(": ");
+    _line.append(item);
+    if (item.endsWith('\n'))
+        _newLine = true;
+    sink->_dropping.store(true, std::memory_order_relaxed);
+    sink->_savedLevel = sink->_level.load(std::memory_order_relaxed);
+    sink->_level.store(DBG3, std::memory_order_relaxed);
+    sink->_verbosityRaised.store(true, std::memory_order_relaxed);
+    sink->_raiseTime = QDateTime::currentDateTime();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Streams and settings
+
+YDebug::YDebugSink* YDebug::getSink(StreamId stream)
+{
+    const int id = stream.id();
+    // Kept in its historical form, a conjunction that can't hold: the range check below is what
+    // keeps a bad id from reading outside the table.
+    if (id < 0 && id >= _nextSink) {
+        fprintf(stderr, "YDebug Error: invalid StreamId: %d (total %d)\n", id, _nextSink);
+        abort();
+    }
+    if (id < 0 || id >= MAX_STREAMS || !_sinkList[id])
+        return _sinkList[STDERR.id()];
+    return _sinkList[id];
+}
+
+YDebug::YDebugSink* YDebug::createSink(const char* fileName, debug_level_t level,
+                                       QByteArray prefix)
+{
+    if (!fileName)
+        return nullptr;
+    FILE* file = fopen(fileName, "a+b");
+    if (!file)
+        return nullptr;
+    YDebugSink* sink = createSink(file, level, prefix);
+    sink->_fileName = QByteArray(fileName);
+    return sink;
+}
+
+YDebug::YDebugSink* YDebug::createSink(FILE* stream, debug_level_t level, QByteArray prefix)
+{
+    return new YDebugSink(stream, level, prefix);
+}
+
+YDebug::StreamId YDebug::registerStream(const QByteArray& prefix, const char* fileName)
+{
+    static YMutex registerMutex;
+    YMutexLocker locker(registerMutex);
+    int slot = -1;
+    // No early exit: the highest free slot wins.
+    for (int i = 2; i < _nextSink; ++i) {
+        if (_sinkList[i] && _sinkList[i]->_free)
+            slot = i;
+    }
+    if (slot < 0) {
+        if (_nextSink == MAX_STREAMS)
+            throw YException(
+                QStringLiteral("Maximum number of YDebug streams (%1) exceeded").arg(MAX_STREAMS));
+        slot = _nextSink++;
+    }
+    YDebugSink* sink = createSink(fileName, ERROR, prefix);
+    if (!sink)
+        return STDERR;
+    delete _sinkList[slot];
+    _sinkList[slot] = sink;
+    return StreamId(slot);
+}
+
+void YDebug::unregisterStream(StreamId stream)
+{
+    const int id = stream.id();
+    if (id < 2 || id >= MAX_STREAMS || !_sinkList[id] || _sinkList[id]->_free)
+        return;
+    delete _sinkList[id];
+    _sinkList[id] = new YDebugSink;
+}
+
+void YDebug::setDebugLevel(StreamId stream, int level)
+{
+    getSink(stream)->_level.store(level >= 0 && level <= 5 ? level : 0,
+                                  std::memory_order_relaxed);
+}
+
+YDebug::debug_level_t YDebug::getDebugLevel(StreamId stream)
+{
+    return debug_level_t(getSink(stream)->_level.load(std::memory_order_relaxed));
+}
+
+void YDebug::setRotationSize(StreamId stream, int megabytes)
+{
+    try {
+        getSink(stream)->setRotationSize(megabytes);
+    } catch (const YException& e) {
+        fprintf(stderr, "%s\n", e.what());
+    }
+}
+
+void YDebug::setTimestampWithMilliseconds(bool withMilliseconds)
+{
+    _timestampFormat.store(withMilliseconds ? _TIMESTAMP_FORMAT_WITH_MILLISECONDS
+                                            : _TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS);
+}
+
+void YDebug::setPrintProcessIdAndThreadId(bool print)
+{
+    _printProcessIdAndThreadId.store(print);
+}
+
+bool YDebug::getPrintProcessIdAndThreadId()
+{
+    return _printProcessIdAndThreadId.load();
+}
+
+void YDebug::setCacheLogifEnabledValue(StreamId stream, bool enabled)
+{
+    QMutexLocker locker(&cacheSettingsMutex());
+    YDebugSink* sink = getSink(stream);
+    sink->_cacheEnabled.store(enabled);
+    if (enabled) {
+        if (!sink->_cacheBuffer)
+            sink->_cacheBuffer = new YCyclicBuffer<YMutex>(
+                sink->_cacheLogSize > 0 ? unsigned(sink->_cacheLogSize) : 0);
+    } else {
+        delete sink->_cacheBuffer;
+        sink->_cacheBuffer = nullptr;
+    }
+}
+
+bool YDebug::getCacheLogifEnabledValue(StreamId stream)
+{
+    return getSink(stream)->_cacheEnabled.load();
+}
+
+void YDebug::setCacheLogSize(StreamId stream, long lines)
+{
+    try {
+        QMutexLocker locker(&cacheSettingsMutex());
+        getSink(stream)->_cacheLogSize = lines;
+    } catch (const YException& e) {
+        fprintf(stderr, "%s\n", e.what());
+    }
+}
+
+long YDebug::getCacheLogSize(StreamId stream)
+{
+    return getSink(stream)->_cacheLogSize;
+}
+
+void YDebug::setSecForVerbosityFive(StreamId stream, unsigned int seconds)
+{
+    try {
+        QMutexLocker locker(&cacheSettingsMutex());
+        getSink(stream)->_secForVerbosityFive = seconds;
+    } catch (const YException& e) {
+        fprintf(stderr, "%s\n", e.what());
+    }
+}
+
+unsigned int YDebug::getSecForVerbosityFive(StreamId stream)
+{
+    return getSink(stream)->_secForVerbosityFive;
+}
+
+void YDebug::setErrorIdListBufferTrigger(StreamId stream, QString list)
+{
+    QMutexLocker locker(&cacheSettingsMutex());
+    getSink(stream)->_errorIdListBufferTrigger
+        = list.split(QLatin1Char(','), Qt::SkipEmptyParts, Qt::CaseSensitive);
+}
+
+QStringList YDebug::getErrorIdListBufferTrigger(StreamId stream)
+{
+    return getSink(stream)->_errorIdListBufferTrigger;
+}
+
+void YDebug::setErrorIdForBufferDrop(StreamId stream, int errorId)
+{
+    QMutexLocker locker(&cacheSettingsMutex());
+    getSink(stream)->_errorIdForBufferDrop = unsigned(errorId);
+}
+
+unsigned int YDebug::getErrorIdForBufferDrop(StreamId stream)
+{
+    return getSink(stream)->_errorIdForBufferDrop;
+}
