@@ -1,0 +1,48 @@
+#include "demos.h"
+
+#include <yovolib/yovolib.h>
+
+#include <QFile>
+
+int runDemoPeer(DemoContext& context, const QStringList& arguments)
+{
+    context.out << "unknown demo peer: " << arguments.join(QLatin1Char(' ')) << "\n";
+    return 2;
+}
+
+int demoLogging(DemoContext& context)
+{
+    QTextStream& out = context.out;
+    const QString logPath = context.workDir + QStringLiteral("/quickstart.log");
+    QFile::remove(logPath);
+
+    // What a daemon does in its start-up: one stream per log file, its level and rotation.
+    const YDebug::StreamId log = YDebug::registerStream("QS", logPath.toLocal8Bit().constData());
+    YDebug::setDebugLevel(log, YDebug::NOTICE);
+    YDebug::setRotationSize(log, 1);
+
+    YLOG_ERROR(log) << "database" << "connect failed, attempt" << 3 << yflush;
+    YLOG_WARNING(log) << "disk usage at" << 91.5 << "percent" << yflush;
+    YLOG_NOTICE(log) << "service started with" << 4 << "workers" << yflush;
+    YLOG_DBG1(log) << "this detail is below the level and never written" << yflush;
+    YLOG_EX(42, log, YDebug::ERROR) << "request rejected" << yflush;
+
+    // A named semaphore is found by every process that uses the same name.
+    YOneLockSemaphore semaphore("yovolib_quickstart_demo");
+    const bool taken = semaphore.acquire();
+    out << "semaphore 'yovolib_quickstart_demo' taken: " << (taken ? "yes" : "no") << "\n";
+    if (taken)
+        semaphore.release();
+    YDebug::unregisterStream(log);
+
+    QFile file(logPath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        out << "log could not be read: " << logPath << "\n";
+        return 1;
+    }
+    const QByteArray written = file.readAll();
+    out << "log file: " << logPath << "\n" << "it holds:\n" << QString::fromLatin1(written);
+    const bool ok = taken && written.count("\r\n") == 4 && !written.contains("never written");
+    out << (ok ? "logging demo: ok\n" : "logging demo: FAILED\n");
+    return ok ? 0 : 1;
+}

@@ -1,0 +1,22 @@
+#ifndef QUICKSTART_DEMOS_H
+#define QUICKSTART_DEMOS_H
+
+#include <QString>
+#include <QStringList>
+#include <QTextStream>
+
+/// What every demo needs: where to write its report, and a folder of its own for files.
+struct DemoContext
+{
+    QTextStream& out;
+    QString workDir;
+    QString programPath;
+};
+
+/// The other side of a demo, when this program was started by one of its demos with arguments.
+int runDemoPeer(DemoContext& context, const QStringList& arguments);
+
+/// Registers a log stream with rotation, writes at several levels, takes a named semaphore.
+int demoLogging(DemoContext& context);
+
+#endif // QUICKSTART_DEMOS_H
