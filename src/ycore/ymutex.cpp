@@ -5,12 +5,15 @@
 
 bool YMutex::_ignoreErrorsInDtor = false;
 
-YMutex::YMutex() : _lockCounter(0)
+YMutex::YMutex()
+    : _lockCounter(0)
 {
     initSys();
 }
 
-YMutex::YMutex(const YMutex&) : YPrintable(), _lockCounter(0)
+YMutex::YMutex(const YMutex&)
+    : YPrintable()
+    , _lockCounter(0)
 {
     initSys();
 }
@@ -25,8 +28,8 @@ void YMutex::lock()
     // Read without the lock on purpose: a negative counter is corruption, not a race to win.
     if (_lockCounter < 0)
         failedAssertion(__FILE__, __LINE__, "(_lockCounter >= 0)",
-                        qPrintable(QStringLiteral("Illegal counter value: %1").arg(_lockCounter)),
-                        YDebug::STDERR);
+            qPrintable(QStringLiteral("Illegal counter value: %1").arg(_lockCounter)),
+            YDebug::STDERR);
     lockSys();
     ++_lockCounter;
 }
@@ -35,8 +38,8 @@ void YMutex::unlock()
 {
     if (_lockCounter < 1)
         failedAssertion(__FILE__, __LINE__, "(_lockCounter > 0)",
-                        qPrintable(QStringLiteral("Illegal counter value: %1").arg(_lockCounter)),
-                        YDebug::STDERR);
+            qPrintable(QStringLiteral("Illegal counter value: %1").arg(_lockCounter)),
+            YDebug::STDERR);
     --_lockCounter;
     unlockSys();
 }

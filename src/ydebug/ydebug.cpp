@@ -17,9 +17,8 @@
 
 namespace {
 
-const char* const DEBUG_LEVEL_STRINGS[8] = {"SYSTEM", "ERROR", "WARNING", "NOTICE",
-                                            "DBG1",   "DBG2",  "DBG3",
-                                            "THE_LAST_DEBUG_LEVEL_SHOULD_NOT_BE_USED"};
+const char* const DEBUG_LEVEL_STRINGS[8] = {"SYSTEM", "ERROR", "WARNING", "NOTICE", "DBG1", "DBG2",
+    "DBG3", "THE_LAST_DEBUG_LEVEL_SHOULD_NOT_BE_USED"};
 
 const int APPENDF_CHUNK = 256;
 
@@ -61,33 +60,33 @@ YDebug YDebug::_inactive __attribute__((init_priority(101))) = YDebug::makeStand
 std::atomic<bool> YDebug::_printProcessIdAndThreadId(false);
 const char* const YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS = "dd.MM.yyyy hh:mm:ss";
 const char* const YDebug::_TIMESTAMP_FORMAT_WITH_MILLISECONDS = "dd.MM.yyyy hh:mm:ss.zzz";
-std::atomic<const char*> YDebug::_timestampFormat(
-    YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS);
+std::atomic<const char*> YDebug::_timestampFormat(YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS);
 
 // ---------------------------------------------------------------------------------------------
 // The sink
 
 YDebug::YDebugSink::YDebugSink(FILE* file, int level, const QByteArray& prefix)
-    : _level(level),
-      _file(file),
-      _prefix(prefix),
-      _rotatable(false),
-      _rotationSize(0),
-      _cacheEnabled(false),
-      _cacheLogSize(0),
-      _cacheBuffer(nullptr),
-      _dropping(false),
-      _secForVerbosityFive(0),
-      _savedLevel(level),
-      _verbosityRaised(false),
-      _errorIdForBufferDrop(0),
-      _rotationSemaphore(nullptr),
-      _free(false),
-      _rotationMutex(new YMutex)
+    : _level(level)
+    , _file(file)
+    , _prefix(prefix)
+    , _rotatable(false)
+    , _rotationSize(0)
+    , _cacheEnabled(false)
+    , _cacheLogSize(0)
+    , _cacheBuffer(nullptr)
+    , _dropping(false)
+    , _secForVerbosityFive(0)
+    , _savedLevel(level)
+    , _verbosityRaised(false)
+    , _errorIdForBufferDrop(0)
+    , _rotationSemaphore(nullptr)
+    , _free(false)
+    , _rotationMutex(new YMutex)
 {
 }
 
-YDebug::YDebugSink::YDebugSink() : YDebugSink(nullptr, ERROR, QByteArray())
+YDebug::YDebugSink::YDebugSink()
+    : YDebugSink(nullptr, ERROR, QByteArray())
 {
     _free = true;
 }
@@ -163,8 +162,7 @@ void YDebug::YDebugSink::rotate()
     const QString fileName = QString::fromLocal8Bit(_fileName);
     const QFileInfo info(fileName);
     const QString rotatedName = info.absolutePath() + QDir::separator() + info.baseName()
-        + QLatin1Char('_')
-        + QDateTime::currentDateTime().toString(QStringLiteral("ddMMyy_hhmmss"))
+        + QLatin1Char('_') + QDateTime::currentDateTime().toString(QStringLiteral("ddMMyy_hhmmss"))
         + QLatin1Char('.') + info.completeSuffix();
     const bool locked = _logFile.isOpen();
     if (locked)
@@ -187,15 +185,15 @@ void YDebug::YDebugSink::rotate()
 // Making a value
 
 YDebug::YDebug(StreamId stream, debug_level_t level)
-    : _sink(getSink(stream)),
-      _level(level),
-      _newLine(true),
-      _space(true),
-      _active(_sink && (level < 0 || level <= _sink->_level.load(std::memory_order_relaxed))),
-      _hexMode(false),
-      _firstInCacheLine(false),
-      _errorId(0),
-      _printErrorId(false)
+    : _sink(getSink(stream))
+    , _level(level)
+    , _newLine(true)
+    , _space(true)
+    , _active(_sink && (level < 0 || level <= _sink->_level.load(std::memory_order_relaxed)))
+    , _hexMode(false)
+    , _firstInCacheLine(false)
+    , _errorId(0)
+    , _printErrorId(false)
 {
 }
 
@@ -207,15 +205,15 @@ YDebug YDebug::makeStandardSinks()
 }
 
 YDebug::YDebug(YDebugSink* sink, debug_level_t level, int errorId)
-    : _sink(sink),
-      _level(level),
-      _newLine(true),
-      _space(true),
-      _active(true),
-      _hexMode(false),
-      _firstInCacheLine(true),
-      _errorId(errorId),
-      _printErrorId(true)
+    : _sink(sink)
+    , _level(level)
+    , _newLine(true)
+    , _space(true)
+    , _active(true)
+    , _hexMode(false)
+    , _firstInCacheLine(true)
+    , _errorId(errorId)
+    , _printErrorId(true)
 {
 }
 
@@ -515,7 +513,7 @@ void YDebug::printTimestamp(QByteArray& out) const
     out.append(cache.text, int(sizeof cache.text));
     if (_timestampFormat.load(std::memory_order_relaxed) == _TIMESTAMP_FORMAT_WITH_MILLISECONDS) {
         const char ms[4] = {'.', char('0' + milliseconds / 100), char('0' + milliseconds / 10 % 10),
-                            char('0' + milliseconds % 10)};
+            char('0' + milliseconds % 10)};
         out.append(ms, 4);
     }
 }
@@ -594,8 +592,8 @@ void YDebug::doHandleCircularBuffer(const QByteArray& item)
         return;
     const bool cacheEnabled = sink->_cacheEnabled.load(std::memory_order_relaxed);
     if (cacheEnabled && sink->_cacheBuffer && !sink->_cacheBuffer->isEmpty()
-        && sink->_errorIdListBufferTrigger.contains(QString::number(_errorId),
-                                                    Qt::CaseInsensitive)) {
+        && sink->_errorIdListBufferTrigger.contains(
+            QString::number(_errorId), Qt::CaseInsensitive)) {
         dumpCache(item);
         return;
     }
@@ -667,8 +665,7 @@ YDebug::YDebugSink* YDebug::getSink(StreamId stream)
     return _sinkList[id];
 }
 
-YDebug::YDebugSink* YDebug::createSink(const char* fileName, debug_level_t level,
-                                       QByteArray prefix)
+YDebug::YDebugSink* YDebug::createSink(const char* fileName, debug_level_t level, QByteArray prefix)
 {
     if (!fileName)
         return nullptr;
@@ -720,8 +717,7 @@ void YDebug::unregisterStream(StreamId stream)
 
 void YDebug::setDebugLevel(StreamId stream, int level)
 {
-    getSink(stream)->_level.store(level >= 0 && level <= 5 ? level : 0,
-                                  std::memory_order_relaxed);
+    getSink(stream)->_level.store(level >= 0 && level <= 5 ? level : 0, std::memory_order_relaxed);
 }
 
 YDebug::debug_level_t YDebug::getDebugLevel(StreamId stream)

@@ -66,8 +66,8 @@ namespace YDebugSys {
 long threadId();
 long processId();
 /// Local time broken down, for the line's time stamp.
-void localTime(long long secondsSinceEpoch, int* day, int* month, int* year, int* hour,
-               int* minute, int* second);
+void localTime(long long secondsSinceEpoch, int* day, int* month, int* year, int* hour, int* minute,
+    int* second);
 /// Seconds and milliseconds of the wall clock.
 void now(long long* seconds, int* milliseconds);
 /// Locks that keep a writer's append and a rotation's copy-and-truncate apart across processes.
