@@ -12,6 +12,7 @@
 #include <QMutexLocker>
 
 #include <charconv>
+#include <cmath>
 #include <cstdarg>
 #include <cstdlib>
 
@@ -369,12 +370,20 @@ YDebug& YDebug::operator<<(unsigned long long value)
 
 YDebug& YDebug::operator<<(float value)
 {
-    return writeItem(QByteArray::number(double(value), 'g', 6), false);
+    return operator<<(double(value));
 }
 
 YDebug& YDebug::operator<<(double value)
 {
-    return writeItem(QByteArray::number(value, 'g', 6), false);
+    // The text of QString::number(value, 'g', 6), without its locale machinery on the hot path.
+    if (std::isnan(value))
+        return writeItem(QByteArray::fromRawData("nan", 3), false);
+    if (value == 0)
+        return writeItem(QByteArray::fromRawData("0", 1), false); // no "-0"
+    char buffer[32];
+    char* end = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6)
+                    .ptr;
+    return writeItem(QByteArray::fromRawData(buffer, int(end - buffer)), false);
 }
 
 YDebug& YDebug::operator<<(const char* value)

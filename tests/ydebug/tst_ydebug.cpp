@@ -653,3 +653,21 @@ TEST(YDebugRotation, TwoProcessesLoseNoLineAndTearNone)
         ASSERT_EQ(1, seenB[i]) << "line B " << i;
     }
 }
+
+TEST(YDebug, FloatingPointTextsMatchQtShortestG6)
+{
+    const double values[] = {0.0, -0.0, 1.0, 0.1, 1.0 / 3, 123456.0, 1234567.0, 1e-5, 1e-4,
+                             1.5e300, -2.25e-300, 1e10, 6.02214076e23, 1e100, 99999.95};
+    for (double v : values) {
+        LogFile log("", "f.log");
+        YLOG_ERROR(log.stream) << v << yflush;
+        EXPECT_EQ("[<TS> ERROR] " + QString::number(v, 'g', 6).toLatin1() + " \r\n", log.masked())
+            << v;
+    }
+    const double specials[] = {qInf(), -qInf(), qQNaN()};
+    for (double v : specials) {
+        LogFile log("", "s.log");
+        YLOG_ERROR(log.stream) << v << yflush;
+        EXPECT_EQ("[<TS> ERROR] " + QString::number(v, 'g', 6).toLatin1() + " \r\n", log.masked());
+    }
+}
