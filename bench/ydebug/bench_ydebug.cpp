@@ -127,6 +127,6 @@ int main(int argc, char** argv)
     if (ours > 0 && peer > 0 && plain > 0)
         printf("\nprinted lines per second: YDebug %.0f, spdlog %.0f, C loop %.0f\n"
                "ratio YDebug/spdlog = %.2f (aim >= 1.0), YDebug/C loop = %.2f (aim >= 0.8)\n",
-               ours, peer, plain, ours / peer, ours / plain);
+            ours, peer, plain, ours / peer, ours / plain);
     return 0;
 }

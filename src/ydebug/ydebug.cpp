@@ -381,8 +381,8 @@ YDebug& YDebug::operator<<(double value)
     if (value == 0)
         return writeItem(QByteArray::fromRawData("0", 1), false); // no "-0"
     char buffer[32];
-    char* end = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6)
-                    .ptr;
+    char* end
+        = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6).ptr;
     return writeItem(QByteArray::fromRawData(buffer, int(end - buffer)), false);
 }
 

@@ -656,8 +656,8 @@ TEST(YDebugRotation, TwoProcessesLoseNoLineAndTearNone)
 
 TEST(YDebug, FloatingPointTextsMatchQtShortestG6)
 {
-    const double values[] = {0.0, -0.0, 1.0, 0.1, 1.0 / 3, 123456.0, 1234567.0, 1e-5, 1e-4,
-                             1.5e300, -2.25e-300, 1e10, 6.02214076e23, 1e100, 99999.95};
+    const double values[] = {0.0, -0.0, 1.0, 0.1, 1.0 / 3, 123456.0, 1234567.0, 1e-5, 1e-4, 1.5e300,
+        -2.25e-300, 1e10, 6.02214076e23, 1e100, 99999.95};
     for (double v : values) {
         LogFile log("", "f.log");
         YLOG_ERROR(log.stream) << v << yflush;
