@@ -41,6 +41,16 @@ void appendTwoDigits(char* out, int value)
     out[1] = char('0' + value % 10);
 }
 
+// A printed line needs a buffer; each thread keeps one between its statements, so that a
+// statement normally allocates nothing.
+const int LINE_BUFFER_SIZE = 256;
+
+QByteArray& spareLineBuffer()
+{
+    static thread_local QByteArray spare;
+    return spare;
+}
+
 // The stamp changes once a second, so each thread formats it only then.
 struct TimestampCache
 {
@@ -101,7 +111,7 @@ YDebug::YDebugSink::~YDebugSink()
     delete _cacheBuffer;
 }
 
-void YDebug::YDebugSink::write(const QByteArray& line)
+void YDebug::YDebugSink::write(QByteArray& line)
 {
     if (!_file)
         return;
@@ -110,9 +120,14 @@ void YDebug::YDebugSink::write(const QByteArray& line)
         _rotationMutex->lock();
         YDebugSys::lockShared(_logFile.handle());
     }
-    // "%s" on purpose: the line ends at an embedded NUL, as the format says.
-    if (!line.isEmpty())
-        fprintf(_file, "%s\r\n", line.constData());
+    // What fprintf(_file, "%s\r\n", line) writes, in one locked call of the stream so that lines
+    // of several threads never mix, without parsing a format for every line.
+    if (!line.isEmpty()) {
+        const int length = int(qstrlen(line.constData()));
+        line.truncate(length);
+        line.append("\r\n", 2);
+        fwrite(line.constData(), 1, size_t(line.size()), _file);
+    }
     fflush(_file);
     if (rotating) {
         YDebugSys::unlock(_logFile.handle());
@@ -222,6 +237,13 @@ YDebug::~YDebug()
 {
     if (!_line.isEmpty())
         flush();
+    if (_line.capacity() >= LINE_BUFFER_SIZE && _line.isDetached()) {
+        QByteArray& spare = spareLineBuffer();
+        if (spare.capacity() < LINE_BUFFER_SIZE) {
+            _line.resize(0);
+            spare.swap(_line);
+        }
+    }
 }
 
 YDebug YDebug::create(StreamId stream, debug_level_t level)
@@ -266,9 +288,10 @@ YDebug& YDebug::inactive()
 // ---------------------------------------------------------------------------------------------
 // Writing
 
-YDebug& YDebug::writeItem(const QByteArray& cacheText, const char* text, int size, bool newLine)
+YDebug& YDebug::writeItem(
+    const char* cacheText, int cacheSize, const char* text, int size, bool newLine)
 {
-    doHandleCircularBuffer(cacheText);
+    handleCache(cacheText, cacheSize);
     if (!_active)
         return *this;
     if (_sink->_cacheEnabled.load(std::memory_order_relaxed)
@@ -295,7 +318,7 @@ YDebug& YDebug::writeNumber(long long value)
         *begin++ = 'x';
     }
     char* end = std::to_chars(begin, buffer + sizeof buffer, value, _hexMode ? 16 : 10).ptr;
-    return writeItem(QByteArray::fromRawData(buffer, int(end - buffer)), false);
+    return writeItem(buffer, int(end - buffer), false);
 }
 
 YDebug& YDebug::writeNumber(unsigned long long value)
@@ -307,25 +330,24 @@ YDebug& YDebug::writeNumber(unsigned long long value)
         *begin++ = 'x';
     }
     char* end = std::to_chars(begin, buffer + sizeof buffer, value, _hexMode ? 16 : 10).ptr;
-    return writeItem(QByteArray::fromRawData(buffer, int(end - buffer)), false);
+    return writeItem(buffer, int(end - buffer), false);
 }
 
 YDebug& YDebug::operator<<(bool value)
 {
-    return value ? writeItem(QByteArray::fromRawData("true", 4), false)
-                 : writeItem(QByteArray::fromRawData("false", 5), false);
+    return value ? writeItem("true", 4, false) : writeItem("false", 5, false);
 }
 
 YDebug& YDebug::operator<<(char value)
 {
-    return writeItem(QByteArray::fromRawData(&value, 1), value == '\n');
+    return writeItem(&value, 1, value == '\n');
 }
 
 YDebug& YDebug::operator<<(QChar value)
 {
     const char bare = value.toLatin1();
     const char quoted[3] = {'\'', bare, '\''};
-    return writeItem(QByteArray::fromRawData(&bare, 1), quoted, 3, value == QLatin1Char('\n'));
+    return writeItem(&bare, 1, quoted, 3, value == QLatin1Char('\n'));
 }
 
 YDebug& YDebug::operator<<(short value)
@@ -377,21 +399,21 @@ YDebug& YDebug::operator<<(double value)
 {
     // The text of QString::number(value, 'g', 6), without its locale machinery on the hot path.
     if (std::isnan(value))
-        return writeItem(QByteArray::fromRawData("nan", 3), false);
+        return writeItem("nan", 3, false);
     if (value == 0)
-        return writeItem(QByteArray::fromRawData("0", 1), false); // no "-0"
+        return writeItem("0", 1, false); // no "-0"
     char buffer[32];
     char* end
         = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6).ptr;
-    return writeItem(QByteArray::fromRawData(buffer, int(end - buffer)), false);
+    return writeItem(buffer, int(end - buffer), false);
 }
 
 YDebug& YDebug::operator<<(const char* value)
 {
     if (!value)
-        return writeItem(QByteArray::fromRawData("(null)", 6), false);
+        return writeItem("(null)", 6, false);
     const int size = int(qstrlen(value));
-    return writeItem(QByteArray::fromRawData(value, size), size > 0 && value[size - 1] == '\n');
+    return writeItem(value, size, size > 0 && value[size - 1] == '\n');
 }
 
 YDebug& YDebug::operator<<(const QString& value)
@@ -403,7 +425,7 @@ YDebug& YDebug::operator<<(QLatin1String value)
 {
     const int size = value.size();
     const char* data = value.data() ? value.data() : "";
-    return writeItem(QByteArray::fromRawData(data, size), size > 0 && data[size - 1] == '\n');
+    return writeItem(data, size, size > 0 && data[size - 1] == '\n');
 }
 
 YDebug& YDebug::operator<<(const QByteArray& value)
@@ -415,7 +437,8 @@ YDebug& YDebug::operator<<(const YPrintable& value)
 {
     const QByteArray forCache = value.toString().toLatin1();
     const QByteArray forLine = value.toString().toLatin1();
-    return writeItem(forCache, forLine.constData(), forLine.size(), false);
+    return writeItem(
+        forCache.constData(), forCache.size(), forLine.constData(), forLine.size(), false);
 }
 
 YDebug& YDebug::operator<<(const void* value)
@@ -424,7 +447,7 @@ YDebug& YDebug::operator<<(const void* value)
     const QByteArray forCache = _hexMode ? "0x" + QByteArray::number(qulonglong(address), 16)
                                          : QByteArray::number(qulonglong(address));
     const char lowByte = char(address & 0xff);
-    return writeItem(forCache, &lowByte, 1, false);
+    return writeItem(forCache.constData(), forCache.size(), &lowByte, 1, false);
 }
 
 YDebug& YDebug::appendf(const char* format, ...)
@@ -480,7 +503,7 @@ void YDebug::flush()
     }
     if (_active && _sink) {
         _sink->write(_line);
-        _line.clear();
+        _line.resize(0); // keeps the reserved buffer
         _sink->checkRotation();
         _printErrorId = true;
     }
@@ -565,8 +588,13 @@ void YDebug::printNewLineHeader()
     if (!_newLine)
         return;
     nospace();
-    if (_line.capacity() - _line.size() < 120)
-        _line.reserve(_line.size() + 120);
+    if (_line.capacity() == 0) {
+        QByteArray& spare = spareLineBuffer();
+        if (spare.capacity() >= LINE_BUFFER_SIZE)
+            _line.swap(spare);
+        else
+            _line.reserve(LINE_BUFFER_SIZE);
+    }
     appendLineHeader(_line);
     space();
     _newLine = false;
@@ -596,6 +624,11 @@ void YDebug::appendCacheHeader()
 
 void YDebug::doHandleCircularBuffer(const QByteArray& item)
 {
+    handleCache(item.constData(), item.size());
+}
+
+void YDebug::handleCache(const char* item, int size)
+{
     YDebugSink* sink = _sink;
     if (!sink)
         return;
@@ -603,28 +636,27 @@ void YDebug::doHandleCircularBuffer(const QByteArray& item)
     if (cacheEnabled && sink->_cacheBuffer && !sink->_cacheBuffer->isEmpty()
         && sink->_errorIdListBufferTrigger.contains(
             QString::number(_errorId), Qt::CaseInsensitive)) {
-        dumpCache(item);
+        dumpCache(item, size);
         return;
     }
     if (sink->_dropping.load(std::memory_order_relaxed))
         sink->_dropping.store(false, std::memory_order_relaxed);
-    if (item.isEmpty() || !sink->_cacheBuffer
-        || sink->_verbosityRaised.load(std::memory_order_relaxed)
+    if (size == 0 || !sink->_cacheBuffer || sink->_verbosityRaised.load(std::memory_order_relaxed)
         || !(sink->_level.load(std::memory_order_relaxed) < _level) || !cacheEnabled)
         return;
     if (!_firstInCacheLine) {
-        _cacheLine.append(item);
+        _cacheLine.append(item, size);
         _cacheLine.append(' ');
         return;
     }
     appendCacheHeader();
     _cacheLine.append(' ');
-    _cacheLine.append(item);
+    _cacheLine.append(item, size);
     _cacheLine.append(' ');
     _firstInCacheLine = false;
 }
 
-void YDebug::dumpCache(const QByteArray& item)
+void YDebug::dumpCache(const char* item, int size)
 {
     YDebugSink* sink = _sink;
     _newLine = true;
@@ -647,8 +679,8 @@ void YDebug::dumpCache(const QByteArray& item)
     _line.append("Fault ");
     appendPadded(_line, _errorId);
     _line.append(": ");
-    _line.append(item);
-    if (item.endsWith('\n'))
+    _line.append(item, size);
+    if (size > 0 && item[size - 1] == '\n')
         _newLine = true;
     sink->_dropping.store(true, std::memory_order_relaxed);
     sink->_savedLevel = sink->_level.load(std::memory_order_relaxed);

@@ -158,15 +158,21 @@ private:
     YDebug(YDebugSink* sink, debug_level_t level, int errorId);
 
     static YDebug makeStandardSinks();
-    YDebug& writeItem(const QByteArray& cacheText, const char* text, int size, bool newLine);
+    YDebug& writeItem(
+        const char* cacheText, int cacheSize, const char* text, int size, bool newLine);
+    YDebug& writeItem(const char* text, int size, bool newLine)
+    {
+        return writeItem(text, size, text, size, newLine);
+    }
     YDebug& writeItem(const QByteArray& text, bool newLine)
     {
-        return writeItem(text, text.constData(), text.size(), newLine);
+        return writeItem(text.constData(), text.size(), newLine);
     }
+    void handleCache(const char* item, int size);
     YDebug& writeNumber(long long value);
     YDebug& writeNumber(unsigned long long value);
     void appendCacheHeader();
-    void dumpCache(const QByteArray& item);
+    void dumpCache(const char* item, int size);
     void appendLineHeader(QByteArray& out) const;
 
     YDebugSink* _sink;

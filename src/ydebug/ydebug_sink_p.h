@@ -26,8 +26,9 @@ public:
     YDebugSink(const YDebugSink&) = delete;
     YDebugSink& operator=(const YDebugSink&) = delete;
 
-    /// One finished line, in one fprintf, then fflush and the rotation check.
-    void write(const QByteArray& line);
+    /// One finished line and CR LF in one stdio call, then fflush. The line ends at an embedded
+    /// NUL. The buffer is the caller's, about to be cleared, and is used to append CR LF.
+    void write(QByteArray& line);
     void setRotationSize(int megabytes);
     /// Rotates when the file has grown past the limit; run after every flush.
     void checkRotation();
