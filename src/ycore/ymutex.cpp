@@ -46,7 +46,8 @@ void YMutex::unlock()
 
 QString YMutex::toString() const
 {
-    return QStringLiteral("instance of YMutex: lockCounter %1").arg(_lockCounter);
+    return QStringLiteral("instance of YMutex: lockCounter %1")
+        .arg(_lockCounter.load(std::memory_order_relaxed));
 }
 
 void YMutex::setIgnoreErrorsInDtor(bool ignore)

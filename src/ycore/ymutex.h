@@ -4,6 +4,7 @@
 #include "yovolib_export.h"
 #include "yprintable.h"
 
+#include <atomic>
 #include <pthread.h>
 
 /// The recursive in-process lock that every class of the library uses.
@@ -35,7 +36,9 @@ private:
     void unlockSys();
 
     pthread_mutex_t _lock;
-    int _lockCounter;
+    // Written only by the holder, read unguarded by the checks in lock() and unlock() and by
+    // toString(): relaxed atomic accesses say exactly that.
+    std::atomic<int> _lockCounter;
 
     static bool _ignoreErrorsInDtor;
 };
