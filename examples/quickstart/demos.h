@@ -19,4 +19,7 @@ int runDemoPeer(DemoContext& context, const QStringList& arguments);
 /// Registers a log stream with rotation, writes at several levels, takes a named semaphore.
 int demoLogging(DemoContext& context);
 
+/// A worker thread with a cooperative stop, and the event backtrace of two threads.
+int demoThreads(DemoContext& context);
+
 #endif // QUICKSTART_DEMOS_H

@@ -21,6 +21,7 @@ int main(int argc, char** argv)
 
     int failures = 0;
     failures += demoLogging(context);
+    failures += demoThreads(context);
     out << (failures ? "quickstart: FAILED\n" : "quickstart: all demos passed\n");
     out.flush();
     return failures ? 1 : 0;
