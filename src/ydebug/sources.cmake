@@ -3,8 +3,13 @@ yovo_add_sources(
         ycyclic_buffer.h
         ydebug.h
     PRIVATE_HEADERS
+        crash_handler_p.h
+        minidump_writer_p.h
         ydebug_sink_p.h
     SOURCES
+        crash_handler.cpp
         ydebug.cpp
     POSIX_SOURCES
+        crash_handler_posix.cpp
+        minidump_writer_posix.cpp
         ydebug_posix.cpp)
