@@ -1,5 +1,6 @@
 yovo_add_sources(
     PUBLIC_HEADERS
+        message_formatter.h
         ycyclic_buffer.h
         ydebug.h
     PRIVATE_HEADERS
@@ -8,6 +9,7 @@ yovo_add_sources(
         ydebug_sink_p.h
     SOURCES
         crash_handler.cpp
+        message_formatter.cpp
         ydebug.cpp
     POSIX_SOURCES
         crash_handler_posix.cpp
