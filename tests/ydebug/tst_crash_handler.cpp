@@ -322,8 +322,8 @@ TEST_F(CrashHandler, AbortLeavesADumpThatTheDebuggerUnwinds)
 TEST_F(CrashHandler, FaultInsideMallocDoesNotDeadlock)
 {
     if (ADDRESS_SANITIZER || THREAD_SANITIZER)
-        GTEST_SKIP() << "the sanitizer's own allocator replaces malloc and catches the heap "
-                        "corruption itself";
+        GTEST_SKIP() << "the sanitizer replaces malloc with an allocator of its own, which "
+                        "reports or ignores the corruption instead of faulting inside malloc";
     Dump dump;
     QByteArray backtrace;
     expectDumpedCrash("malloc", SIGABRT, "crashInsideMalloc", &dump, &backtrace);
