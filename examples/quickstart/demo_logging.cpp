@@ -21,7 +21,8 @@ int demoLogging(DemoContext& context)
     YDebug::setDebugLevel(log, YDebug::NOTICE);
     YDebug::setRotationSize(log, 1);
 
-    YLOG_ERROR(log) << "database" << "connect failed, attempt" << 3 << yflush;
+    YLOG_ERROR(log) << "database"
+                    << "connect failed, attempt" << 3 << yflush;
     YLOG_WARNING(log) << "disk usage at" << 91.5 << "percent" << yflush;
     YLOG_NOTICE(log) << "service started with" << 4 << "workers" << yflush;
     YLOG_DBG1(log) << "this detail is below the level and never written" << yflush;
@@ -41,7 +42,9 @@ int demoLogging(DemoContext& context)
         return 1;
     }
     const QByteArray written = file.readAll();
-    out << "log file: " << logPath << "\n" << "it holds:\n" << QString::fromLatin1(written);
+    out << "log file: " << logPath << "\n"
+        << "it holds:\n"
+        << QString::fromLatin1(written);
     const bool ok = taken && written.count("\r\n") == 4 && !written.contains("never written");
     out << (ok ? "logging demo: ok\n" : "logging demo: FAILED\n");
     return ok ? 0 : 1;

@@ -13,7 +13,7 @@ int main(int argc, char** argv)
     QTextStream out(stdout);
     const QString workDir = QDir::tempPath() + QStringLiteral("/yovolib-quickstart");
     QDir().mkpath(workDir);
-    DemoContext context{out, workDir, QCoreApplication::applicationFilePath()};
+    DemoContext context {out, workDir, QCoreApplication::applicationFilePath()};
 
     // A second instance of this program started by a demo runs only that demo's other side.
     if (argc > 1)

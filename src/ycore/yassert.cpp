@@ -33,7 +33,7 @@ bool YAssert::shouldWaitForDebugger()
 }
 
 void failedAssertion(const char* file, unsigned int line, const char* condition,
-                     const char* message, YDebug::StreamId stream)
+    const char* message, YDebug::StreamId stream)
 {
     YLOG(stream, YDebug::SYSTEM) << '[' << file << ':' << line << ']' << condition << yflush
                                  << (message ? message : "") << (message ? "\n" : "");

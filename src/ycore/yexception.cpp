@@ -1,50 +1,69 @@
 #include "yexception.h"
 
 YException::YException(const char* message)
-    : _message(QString(message)), _file(nullptr), _line(0)
+    : _message(QString(message))
+    , _file(nullptr)
+    , _line(0)
 {
 }
 
-YException::YException(const QString& message) : _message(message), _file(nullptr), _line(0) {}
+YException::YException(const QString& message)
+    : _message(message)
+    , _file(nullptr)
+    , _line(0)
+{
+}
 
 YException::YException(const char* message, const char* file, unsigned int line)
-    : _message(QString(message)), _file(file), _line(line)
+    : _message(QString(message))
+    , _file(file)
+    , _line(line)
 {
 }
 
 YException::YException(const QString& message, const char* file, unsigned int line)
-    : _message(message), _file(file), _line(line)
+    : _message(message)
+    , _file(file)
+    , _line(line)
 {
 }
 
 YException::YException(const YException& cause, const char* message)
-    : _message(chain(cause, QString(message))), _file(nullptr), _line(0)
+    : _message(chain(cause, QString(message)))
+    , _file(nullptr)
+    , _line(0)
 {
 }
 
 YException::YException(const YException& cause, const QString& message)
-    : _message(chain(cause, message)), _file(nullptr), _line(0)
+    : _message(chain(cause, message))
+    , _file(nullptr)
+    , _line(0)
 {
 }
 
-YException::YException(const YException& cause, const char* message, const char* file,
-                       unsigned int line)
-    : _message(chain(cause, QString(message))), _file(file), _line(line)
+YException::YException(
+    const YException& cause, const char* message, const char* file, unsigned int line)
+    : _message(chain(cause, QString(message)))
+    , _file(file)
+    , _line(line)
 {
 }
 
-YException::YException(const YException& cause, const QString& message, const char* file,
-                       unsigned int line)
-    : _message(chain(cause, message)), _file(file), _line(line)
+YException::YException(
+    const YException& cause, const QString& message, const char* file, unsigned int line)
+    : _message(chain(cause, message))
+    , _file(file)
+    , _line(line)
 {
 }
 
 YException::YException(const YException& other)
-    : std::exception(other),
-      _message(other._message),
-      _what(other._what),
-      _file(other._file),
-      _line(other._line)
+    : std::exception(other)
+    , _message(other._message)
+    , _what(other._what)
+    , _file(other._file)
+    , _line(other._line)
 {
 }
 

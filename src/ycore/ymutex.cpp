@@ -5,12 +5,15 @@
 
 bool YMutex::_ignoreErrorsInDtor = false;
 
-YMutex::YMutex() : _lockCounter(0)
+YMutex::YMutex()
+    : _lockCounter(0)
 {
     initSys();
 }
 
-YMutex::YMutex(const YMutex&) : YPrintable(), _lockCounter(0)
+YMutex::YMutex(const YMutex&)
+    : YPrintable()
+    , _lockCounter(0)
 {
     initSys();
 }
@@ -25,8 +28,8 @@ void YMutex::lock()
     // Read without the lock on purpose: a negative counter is corruption, not a race to win.
     if (_lockCounter < 0)
         failedAssertion(__FILE__, __LINE__, "(_lockCounter >= 0)",
-                        qPrintable(QStringLiteral("Illegal counter value: %1").arg(_lockCounter)),
-                        YDebug::STDERR);
+            qPrintable(QStringLiteral("Illegal counter value: %1").arg(_lockCounter)),
+            YDebug::STDERR);
     lockSys();
     ++_lockCounter;
 }
@@ -35,15 +38,16 @@ void YMutex::unlock()
 {
     if (_lockCounter < 1)
         failedAssertion(__FILE__, __LINE__, "(_lockCounter > 0)",
-                        qPrintable(QStringLiteral("Illegal counter value: %1").arg(_lockCounter)),
-                        YDebug::STDERR);
+            qPrintable(QStringLiteral("Illegal counter value: %1").arg(_lockCounter)),
+            YDebug::STDERR);
     --_lockCounter;
     unlockSys();
 }
 
 QString YMutex::toString() const
 {
-    return QStringLiteral("instance of YMutex: lockCounter %1").arg(_lockCounter);
+    return QStringLiteral("instance of YMutex: lockCounter %1")
+        .arg(_lockCounter.load(std::memory_order_relaxed));
 }
 
 void YMutex::setIgnoreErrorsInDtor(bool ignore)

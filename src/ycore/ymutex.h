@@ -4,6 +4,7 @@
 #include "yovolib_export.h"
 #include "yprintable.h"
 
+#include <atomic>
 #include <pthread.h>
 
 /// The recursive in-process lock that every class of the library uses.
@@ -11,7 +12,8 @@ class YOVOLIB_EXPORT YMutex : public YPrintable
 {
 public:
     YMutex();
-    /// Builds a fresh, unlocked mutex: neither the lock nor the counter of the source is taken over.
+    /// Builds a fresh, unlocked mutex: neither the lock nor the counter of the source is taken
+    /// over.
     YMutex(const YMutex&);
     YMutex& operator=(const YMutex&) = delete;
     ~YMutex() override;
@@ -34,7 +36,9 @@ private:
     void unlockSys();
 
     pthread_mutex_t _lock;
-    int _lockCounter;
+    // Written only by the holder, read unguarded by the checks in lock() and unlock() and by
+    // toString(): relaxed atomic accesses say exactly that.
+    std::atomic<int> _lockCounter;
 
     static bool _ignoreErrorsInDtor;
 };
@@ -46,15 +50,19 @@ public:
     DUMMY_LOCKER() = default;
     ~DUMMY_LOCKER() = default;
     DUMMY_LOCKER& operator=(const DUMMY_LOCKER&) { return *this; }
-    void lock() {}
-    void unlock() {}
+    void lock() { }
+    void unlock() { }
 };
 
 /// Holds a YMutex for the life of a scope.
 class YMutexLocker
 {
 public:
-    explicit YMutexLocker(YMutex& mutex) : _mutex(mutex) { _mutex.lock(); }
+    explicit YMutexLocker(YMutex& mutex)
+        : _mutex(mutex)
+    {
+        _mutex.lock();
+    }
     ~YMutexLocker() { _mutex.unlock(); }
     YMutexLocker(const YMutexLocker&) = delete;
     YMutexLocker& operator=(const YMutexLocker&) = delete;

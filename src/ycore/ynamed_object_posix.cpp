@@ -16,6 +16,10 @@
 
 #include "yunix_p.h"
 
+#include <cstdlib>
+#include <mutex>
+#include <set>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -27,7 +31,10 @@ namespace {
 class NameGuard
 {
 public:
-    explicit NameGuard(const QByteArray& objectName) : _name(objectName + ".guard") {}
+    explicit NameGuard(const QByteArray& objectName)
+        : _name(objectName + ".guard")
+    {
+    }
     NameGuard(const NameGuard&) = delete;
     NameGuard& operator=(const NameGuard&) = delete;
     ~NameGuard() { release(false); }
@@ -83,7 +90,53 @@ private:
     int _fd = -1;
 };
 
+// Semaphores deliberately stay open until the process ends. At a normal exit the objects of which
+// this process is the last user are removed, as the system would remove them with its last handle;
+// nothing is unmapped, since other threads may still be running. Killed processes leave their
+// objects behind, and the next creator takes them over as stale.
+struct OpenObjects
+{
+    std::mutex mutex;
+    std::set<YNamedObjectSys*> objects;
+};
+
+OpenObjects& openObjects()
+{
+    static OpenObjects* registry = [] {
+        OpenObjects* r = new OpenObjects; // never destroyed: the exit hook runs after statics die
+        atexit(YNamedObjectSys::removeAbandonedAtExit);
+        return r;
+    }();
+    return *registry;
+}
+
 } // namespace
+
+void YNamedObjectSys::removeAbandonedAtExit()
+{
+    OpenObjects& registry = openObjects();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    for (YNamedObjectSys* object : registry.objects) {
+        NameGuard guard(object->_name);
+        bool guarded = guard.acquire();
+        bool last = guarded && flock(object->_fd, LOCK_EX | LOCK_NB) == 0;
+        if (last) {
+            shm_unlink(object->_name.constData());
+            flock(object->_fd, LOCK_SH); // keep holding it for threads that still run
+        }
+        guard.release(last);
+    }
+}
+
+void YNamedObjectSys::track(bool open)
+{
+    OpenObjects& registry = openObjects();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    if (open)
+        registry.objects.insert(this);
+    else
+        registry.objects.erase(this);
+}
 
 YNamedObjectSys::~YNamedObjectSys()
 {
@@ -97,7 +150,7 @@ bool YNamedObjectSys::fail(int error)
 }
 
 bool YNamedObjectSys::open(const QByteArray& name, std::size_t size, OpenMode mode,
-                           mode_t permissions, Initializer initializer, void* context)
+    mode_t permissions, Initializer initializer, void* context)
 {
     close();
     _name = name;
@@ -147,6 +200,7 @@ bool YNamedObjectSys::open(const QByteArray& name, std::size_t size, OpenMode mo
         _address = address;
         _size = size;
         _created = true;
+        track(true);
         return true;
     }
 
@@ -167,7 +221,8 @@ bool YNamedObjectSys::open(const QByteArray& name, std::size_t size, OpenMode mo
         ::close(fd);
         return fail(error);
     }
-    void* address = mmap(nullptr, std::size_t(st.st_size), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    void* address
+        = mmap(nullptr, std::size_t(st.st_size), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (address == MAP_FAILED) {
         int error = errno;
         ::close(fd);
@@ -176,6 +231,7 @@ bool YNamedObjectSys::open(const QByteArray& name, std::size_t size, OpenMode mo
     _fd = fd;
     _address = address;
     _size = std::size_t(st.st_size);
+    track(true);
     return true;
 }
 
@@ -183,6 +239,7 @@ void YNamedObjectSys::close()
 {
     if (_fd < 0)
         return;
+    track(false);
     NameGuard guard(_name);
     bool guarded = guard.acquire();
     munmap(_address, _size);

@@ -12,7 +12,8 @@
 class YNamedObjectSys
 {
 public:
-    enum OpenMode {
+    enum OpenMode
+    {
         CreateOrOpen, ///< open when someone holds it, otherwise make it afresh
         CreateExclusive, ///< make it afresh; fail with EEXIST when someone holds it
         OpenExisting ///< open it; fail with ENOENT when nobody holds it
@@ -28,7 +29,7 @@ public:
     /// `name` is a shared-memory name ("/..."). `size` is the size of a new object; an opened one
     /// is mapped whole. False with `error()` set (an errno value) on failure.
     bool open(const QByteArray& name, std::size_t size, OpenMode mode, mode_t permissions,
-              Initializer initializer = nullptr, void* context = nullptr);
+        Initializer initializer = nullptr, void* context = nullptr);
     /// Unmaps and drops this user's hold; the last user removes the object.
     void close();
 
@@ -42,8 +43,12 @@ public:
     /// True when some process still holds the object of that name (for tests and diagnostics).
     static bool isHeld(const QByteArray& name);
 
+    /// Removes, at the normal end of the process, the objects it was the last user of.
+    static void removeAbandonedAtExit();
+
 private:
     bool fail(int error);
+    void track(bool open);
 
     QByteArray _name;
     int _fd = -1;

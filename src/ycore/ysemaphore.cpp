@@ -16,19 +16,23 @@ const unsigned short DEFAULT_PERMISSIONS = 0660;
 } // namespace
 
 YSemaphoreImpl::YSemaphoreImpl(unsigned int count, const char* name)
-    : _maxCount(count), _handle(nullptr)
+    : _maxCount(count)
+    , _handle(nullptr)
 {
     open(count, name, DEFAULT_PERMISSIONS);
 }
 
 YSemaphoreImpl::YSemaphoreImpl(unsigned int count, const char* name, unsigned short permissions)
-    : _maxCount(count), _handle(nullptr)
+    : _maxCount(count)
+    , _handle(nullptr)
 {
     open(count, name, permissions);
 }
 
 YSemaphoreImpl::YSemaphoreImpl(const YSemaphoreImpl& other)
-    : _maxCount(other._maxCount), _handle(other._handle), _errorString(other._errorString)
+    : _maxCount(other._maxCount)
+    , _handle(other._handle)
+    , _errorString(other._errorString)
 {
 }
 
@@ -44,9 +48,9 @@ YSemaphoreImpl::~YSemaphoreImpl() = default;
 
 void YSemaphoreImpl::open(unsigned int count, const char* name, unsigned short permissions)
 {
-    const QByteArray systemName
-        = QStringLiteral("%1\\%2").arg(QStringLiteral("Global"), QString::fromLocal8Bit(name))
-              .toLocal8Bit();
+    const QByteArray systemName = QStringLiteral("%1\\%2")
+                                      .arg(QStringLiteral("Global"), QString::fromLocal8Bit(name))
+                                      .toLocal8Bit();
     const unsigned int maximum = count == 0 ? UNLIMITED_COUNT : count;
     int error = 0;
     _handle = YSemaphoreSys::create(systemName, count, maximum, permissions, &error);
@@ -68,9 +72,9 @@ bool YSemaphoreImpl::tryAcquire(unsigned int n)
 bool YSemaphoreImpl::doAcquire(unsigned int n, bool block)
 {
     if (!_handle) {
-        YLOG_ERROR(YDebug::STDERR) << '[' << __FILE__ << ':' << __LINE__ << '('
-                                   << "YSemaphoreImpl::doAcquire" << ')' << ']'
-                                   << "invalid semaphore handle" << yflush;
+        YLOG_ERROR(YDebug::STDERR)
+            << '[' << __FILE__ << ':' << __LINE__ << '(' << "YSemaphoreImpl::doAcquire" << ')'
+            << ']' << "invalid semaphore handle" << yflush;
         return false;
     }
     const int timeoutMs = block ? -1 : 1;
@@ -105,9 +109,9 @@ bool YSemaphoreImpl::doAcquire(unsigned int n, bool block)
 bool YSemaphoreImpl::release(unsigned int n)
 {
     if (!_handle) {
-        YLOG_ERROR(YDebug::STDERR) << '[' << __FILE__ << ':' << __LINE__ << '('
-                                   << "YSemaphoreImpl::release" << ')' << ']'
-                                   << "invalid semaphore handle" << yflush;
+        YLOG_ERROR(YDebug::STDERR)
+            << '[' << __FILE__ << ':' << __LINE__ << '(' << "YSemaphoreImpl::release" << ')' << ']'
+            << "invalid semaphore handle" << yflush;
         return false;
     }
     if (n == 0)
@@ -131,8 +135,9 @@ int YSemaphoreImpl::getCurrentCount()
 {
     // The count can't be read without a race on the platform this was written for; the message
     // is the system's own and stays as it is.
-    fprintf(stderr, "ERROR: getCurrentCount() in YSemaphore is not implemented for windows "
-                    "currently!\n");
+    fprintf(stderr,
+        "ERROR: getCurrentCount() in YSemaphore is not implemented for windows "
+        "currently!\n");
     fflush(stderr);
     return -1;
 }
@@ -156,7 +161,8 @@ bool YSemaphore::isValidName(const QString& name)
     return true;
 }
 
-YSemaphore::YSemaphore(unsigned int count, const QString& name) : _impl(nullptr)
+YSemaphore::YSemaphore(unsigned int count, const QString& name)
+    : _impl(nullptr)
 {
     if (!isValidName(name))
         throw YException(QStringLiteral("YSemaphore: invalid semaphore name %1").arg(name));

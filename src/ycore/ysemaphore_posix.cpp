@@ -91,13 +91,12 @@ QByteArray YSemaphoreSys::objectName(const QByteArray& systemName)
 }
 
 YSemaphoreHandle* YSemaphoreSys::create(const QByteArray& systemName, unsigned int initialCount,
-                                        unsigned int maximumCount, unsigned short permissions,
-                                        int* error)
+    unsigned int maximumCount, unsigned short permissions, int* error)
 {
     YSemaphoreHandle* handle = new YSemaphoreHandle;
     Counts counts = {initialCount, maximumCount};
     if (!handle->object.open(objectName(systemName), sizeof(SharedSemaphore),
-                             YNamedObjectSys::CreateOrOpen, permissions, initialize, &counts)) {
+            YNamedObjectSys::CreateOrOpen, permissions, initialize, &counts)) {
         *error = handle->object.error();
         delete handle;
         return nullptr;

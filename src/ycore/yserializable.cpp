@@ -16,7 +16,10 @@ QString propertyText(const QObject* object, const QMetaProperty& property)
 
 } // namespace
 
-YSerializable::YSerializable() : QObject(nullptr) {}
+YSerializable::YSerializable()
+    : QObject(nullptr)
+{
+}
 
 YSerializable::~YSerializable() = default;
 

@@ -9,14 +9,16 @@
 #include <deque>
 
 /// A bounded first-in first-out store of lines: the in-memory cache of a debug stream.
-template<class Lock>
-class YCyclicBuffer
+template<class Lock> class YCyclicBuffer
 {
 public:
     typedef typename std::deque<QByteArray>::const_iterator const_iterator;
 
     /// A capacity of 0 means 100 lines.
-    explicit YCyclicBuffer(unsigned int capacity) : _capacity(capacity == 0 ? 100 : capacity) {}
+    explicit YCyclicBuffer(unsigned int capacity)
+        : _capacity(capacity == 0 ? 100 : capacity)
+    {
+    }
     ~YCyclicBuffer() { _queue.clear(); }
     YCyclicBuffer(const YCyclicBuffer&) = delete;
     YCyclicBuffer& operator=(const YCyclicBuffer&) = delete;

@@ -12,14 +12,14 @@
 #include <QMutexLocker>
 
 #include <charconv>
+#include <cmath>
 #include <cstdarg>
 #include <cstdlib>
 
 namespace {
 
-const char* const DEBUG_LEVEL_STRINGS[8] = {"SYSTEM", "ERROR", "WARNING", "NOTICE",
-                                            "DBG1",   "DBG2",  "DBG3",
-                                            "THE_LAST_DEBUG_LEVEL_SHOULD_NOT_BE_USED"};
+const char* const DEBUG_LEVEL_STRINGS[8] = {"SYSTEM", "ERROR", "WARNING", "NOTICE", "DBG1", "DBG2",
+    "DBG3", "THE_LAST_DEBUG_LEVEL_SHOULD_NOT_BE_USED"};
 
 const int APPENDF_CHUNK = 256;
 
@@ -39,6 +39,16 @@ void appendTwoDigits(char* out, int value)
 {
     out[0] = char('0' + value / 10 % 10);
     out[1] = char('0' + value % 10);
+}
+
+// A printed line needs a buffer; each thread keeps one between its statements, so that a
+// statement normally allocates nothing.
+const int LINE_BUFFER_SIZE = 256;
+
+QByteArray& spareLineBuffer()
+{
+    static thread_local QByteArray spare;
+    return spare;
 }
 
 // The stamp changes once a second, so each thread formats it only then.
@@ -61,33 +71,33 @@ YDebug YDebug::_inactive __attribute__((init_priority(101))) = YDebug::makeStand
 std::atomic<bool> YDebug::_printProcessIdAndThreadId(false);
 const char* const YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS = "dd.MM.yyyy hh:mm:ss";
 const char* const YDebug::_TIMESTAMP_FORMAT_WITH_MILLISECONDS = "dd.MM.yyyy hh:mm:ss.zzz";
-std::atomic<const char*> YDebug::_timestampFormat(
-    YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS);
+std::atomic<const char*> YDebug::_timestampFormat(YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS);
 
 // ---------------------------------------------------------------------------------------------
 // The sink
 
 YDebug::YDebugSink::YDebugSink(FILE* file, int level, const QByteArray& prefix)
-    : _level(level),
-      _file(file),
-      _prefix(prefix),
-      _rotatable(false),
-      _rotationSize(0),
-      _cacheEnabled(false),
-      _cacheLogSize(0),
-      _cacheBuffer(nullptr),
-      _dropping(false),
-      _secForVerbosityFive(0),
-      _savedLevel(level),
-      _verbosityRaised(false),
-      _errorIdForBufferDrop(0),
-      _rotationSemaphore(nullptr),
-      _free(false),
-      _rotationMutex(new YMutex)
+    : _level(level)
+    , _file(file)
+    , _prefix(prefix)
+    , _rotatable(false)
+    , _rotationSize(0)
+    , _cacheEnabled(false)
+    , _cacheLogSize(0)
+    , _cacheBuffer(nullptr)
+    , _dropping(false)
+    , _secForVerbosityFive(0)
+    , _savedLevel(level)
+    , _verbosityRaised(false)
+    , _errorIdForBufferDrop(0)
+    , _rotationSemaphore(nullptr)
+    , _free(false)
+    , _rotationMutex(new YMutex)
 {
 }
 
-YDebug::YDebugSink::YDebugSink() : YDebugSink(nullptr, ERROR, QByteArray())
+YDebug::YDebugSink::YDebugSink()
+    : YDebugSink(nullptr, ERROR, QByteArray())
 {
     _free = true;
 }
@@ -101,7 +111,7 @@ YDebug::YDebugSink::~YDebugSink()
     delete _cacheBuffer;
 }
 
-void YDebug::YDebugSink::write(const QByteArray& line)
+void YDebug::YDebugSink::write(QByteArray& line)
 {
     if (!_file)
         return;
@@ -110,9 +120,14 @@ void YDebug::YDebugSink::write(const QByteArray& line)
         _rotationMutex->lock();
         YDebugSys::lockShared(_logFile.handle());
     }
-    // "%s" on purpose: the line ends at an embedded NUL, as the format says.
-    if (!line.isEmpty())
-        fprintf(_file, "%s\r\n", line.constData());
+    // What fprintf(_file, "%s\r\n", line) writes, in one locked call of the stream so that lines
+    // of several threads never mix, without parsing a format for every line.
+    if (!line.isEmpty()) {
+        const int length = int(qstrlen(line.constData()));
+        line.truncate(length);
+        line.append("\r\n", 2);
+        fwrite(line.constData(), 1, size_t(line.size()), _file);
+    }
     fflush(_file);
     if (rotating) {
         YDebugSys::unlock(_logFile.handle());
@@ -163,8 +178,7 @@ void YDebug::YDebugSink::rotate()
     const QString fileName = QString::fromLocal8Bit(_fileName);
     const QFileInfo info(fileName);
     const QString rotatedName = info.absolutePath() + QDir::separator() + info.baseName()
-        + QLatin1Char('_')
-        + QDateTime::currentDateTime().toString(QStringLiteral("ddMMyy_hhmmss"))
+        + QLatin1Char('_') + QDateTime::currentDateTime().toString(QStringLiteral("ddMMyy_hhmmss"))
         + QLatin1Char('.') + info.completeSuffix();
     const bool locked = _logFile.isOpen();
     if (locked)
@@ -187,15 +201,15 @@ void YDebug::YDebugSink::rotate()
 // Making a value
 
 YDebug::YDebug(StreamId stream, debug_level_t level)
-    : _sink(getSink(stream)),
-      _level(level),
-      _newLine(true),
-      _space(true),
-      _active(_sink && (level < 0 || level <= _sink->_level.load(std::memory_order_relaxed))),
-      _hexMode(false),
-      _firstInCacheLine(false),
-      _errorId(0),
-      _printErrorId(false)
+    : _sink(getSink(stream))
+    , _level(level)
+    , _newLine(true)
+    , _space(true)
+    , _active(_sink && (level < 0 || level <= _sink->_level.load(std::memory_order_relaxed)))
+    , _hexMode(false)
+    , _firstInCacheLine(false)
+    , _errorId(0)
+    , _printErrorId(false)
 {
 }
 
@@ -207,15 +221,15 @@ YDebug YDebug::makeStandardSinks()
 }
 
 YDebug::YDebug(YDebugSink* sink, debug_level_t level, int errorId)
-    : _sink(sink),
-      _level(level),
-      _newLine(true),
-      _space(true),
-      _active(true),
-      _hexMode(false),
-      _firstInCacheLine(true),
-      _errorId(errorId),
-      _printErrorId(true)
+    : _sink(sink)
+    , _level(level)
+    , _newLine(true)
+    , _space(true)
+    , _active(true)
+    , _hexMode(false)
+    , _firstInCacheLine(true)
+    , _errorId(errorId)
+    , _printErrorId(true)
 {
 }
 
@@ -223,6 +237,13 @@ YDebug::~YDebug()
 {
     if (!_line.isEmpty())
         flush();
+    if (_line.capacity() >= LINE_BUFFER_SIZE && _line.isDetached()) {
+        QByteArray& spare = spareLineBuffer();
+        if (spare.capacity() < LINE_BUFFER_SIZE) {
+            _line.resize(0);
+            spare.swap(_line);
+        }
+    }
 }
 
 YDebug YDebug::create(StreamId stream, debug_level_t level)
@@ -267,9 +288,10 @@ YDebug& YDebug::inactive()
 // ---------------------------------------------------------------------------------------------
 // Writing
 
-YDebug& YDebug::writeItem(const QByteArray& cacheText, const char* text, int size, bool newLine)
+YDebug& YDebug::writeItem(
+    const char* cacheText, int cacheSize, const char* text, int size, bool newLine)
 {
-    doHandleCircularBuffer(cacheText);
+    handleCache(cacheText, cacheSize);
     if (!_active)
         return *this;
     if (_sink->_cacheEnabled.load(std::memory_order_relaxed)
@@ -296,7 +318,7 @@ YDebug& YDebug::writeNumber(long long value)
         *begin++ = 'x';
     }
     char* end = std::to_chars(begin, buffer + sizeof buffer, value, _hexMode ? 16 : 10).ptr;
-    return writeItem(QByteArray::fromRawData(buffer, int(end - buffer)), false);
+    return writeItem(buffer, int(end - buffer), false);
 }
 
 YDebug& YDebug::writeNumber(unsigned long long value)
@@ -308,25 +330,24 @@ YDebug& YDebug::writeNumber(unsigned long long value)
         *begin++ = 'x';
     }
     char* end = std::to_chars(begin, buffer + sizeof buffer, value, _hexMode ? 16 : 10).ptr;
-    return writeItem(QByteArray::fromRawData(buffer, int(end - buffer)), false);
+    return writeItem(buffer, int(end - buffer), false);
 }
 
 YDebug& YDebug::operator<<(bool value)
 {
-    return value ? writeItem(QByteArray::fromRawData("true", 4), false)
-                 : writeItem(QByteArray::fromRawData("false", 5), false);
+    return value ? writeItem("true", 4, false) : writeItem("false", 5, false);
 }
 
 YDebug& YDebug::operator<<(char value)
 {
-    return writeItem(QByteArray::fromRawData(&value, 1), value == '\n');
+    return writeItem(&value, 1, value == '\n');
 }
 
 YDebug& YDebug::operator<<(QChar value)
 {
     const char bare = value.toLatin1();
     const char quoted[3] = {'\'', bare, '\''};
-    return writeItem(QByteArray::fromRawData(&bare, 1), quoted, 3, value == QLatin1Char('\n'));
+    return writeItem(&bare, 1, quoted, 3, value == QLatin1Char('\n'));
 }
 
 YDebug& YDebug::operator<<(short value)
@@ -371,20 +392,28 @@ YDebug& YDebug::operator<<(unsigned long long value)
 
 YDebug& YDebug::operator<<(float value)
 {
-    return writeItem(QByteArray::number(double(value), 'g', 6), false);
+    return operator<<(double(value));
 }
 
 YDebug& YDebug::operator<<(double value)
 {
-    return writeItem(QByteArray::number(value, 'g', 6), false);
+    // The text of QString::number(value, 'g', 6), without its locale machinery on the hot path.
+    if (std::isnan(value))
+        return writeItem("nan", 3, false);
+    if (value == 0)
+        return writeItem("0", 1, false); // no "-0"
+    char buffer[32];
+    char* end
+        = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6).ptr;
+    return writeItem(buffer, int(end - buffer), false);
 }
 
 YDebug& YDebug::operator<<(const char* value)
 {
     if (!value)
-        return writeItem(QByteArray::fromRawData("(null)", 6), false);
+        return writeItem("(null)", 6, false);
     const int size = int(qstrlen(value));
-    return writeItem(QByteArray::fromRawData(value, size), size > 0 && value[size - 1] == '\n');
+    return writeItem(value, size, size > 0 && value[size - 1] == '\n');
 }
 
 YDebug& YDebug::operator<<(const QString& value)
@@ -396,7 +425,7 @@ YDebug& YDebug::operator<<(QLatin1String value)
 {
     const int size = value.size();
     const char* data = value.data() ? value.data() : "";
-    return writeItem(QByteArray::fromRawData(data, size), size > 0 && data[size - 1] == '\n');
+    return writeItem(data, size, size > 0 && data[size - 1] == '\n');
 }
 
 YDebug& YDebug::operator<<(const QByteArray& value)
@@ -408,7 +437,8 @@ YDebug& YDebug::operator<<(const YPrintable& value)
 {
     const QByteArray forCache = value.toString().toLatin1();
     const QByteArray forLine = value.toString().toLatin1();
-    return writeItem(forCache, forLine.constData(), forLine.size(), false);
+    return writeItem(
+        forCache.constData(), forCache.size(), forLine.constData(), forLine.size(), false);
 }
 
 YDebug& YDebug::operator<<(const void* value)
@@ -417,7 +447,7 @@ YDebug& YDebug::operator<<(const void* value)
     const QByteArray forCache = _hexMode ? "0x" + QByteArray::number(qulonglong(address), 16)
                                          : QByteArray::number(qulonglong(address));
     const char lowByte = char(address & 0xff);
-    return writeItem(forCache, &lowByte, 1, false);
+    return writeItem(forCache.constData(), forCache.size(), &lowByte, 1, false);
 }
 
 YDebug& YDebug::appendf(const char* format, ...)
@@ -473,7 +503,7 @@ void YDebug::flush()
     }
     if (_active && _sink) {
         _sink->write(_line);
-        _line.clear();
+        _line.resize(0); // keeps the reserved buffer
         _sink->checkRotation();
         _printErrorId = true;
     }
@@ -515,7 +545,7 @@ void YDebug::printTimestamp(QByteArray& out) const
     out.append(cache.text, int(sizeof cache.text));
     if (_timestampFormat.load(std::memory_order_relaxed) == _TIMESTAMP_FORMAT_WITH_MILLISECONDS) {
         const char ms[4] = {'.', char('0' + milliseconds / 100), char('0' + milliseconds / 10 % 10),
-                            char('0' + milliseconds % 10)};
+            char('0' + milliseconds % 10)};
         out.append(ms, 4);
     }
 }
@@ -558,8 +588,13 @@ void YDebug::printNewLineHeader()
     if (!_newLine)
         return;
     nospace();
-    if (_line.capacity() - _line.size() < 120)
-        _line.reserve(_line.size() + 120);
+    if (_line.capacity() == 0) {
+        QByteArray& spare = spareLineBuffer();
+        if (spare.capacity() >= LINE_BUFFER_SIZE)
+            _line.swap(spare);
+        else
+            _line.reserve(LINE_BUFFER_SIZE);
+    }
     appendLineHeader(_line);
     space();
     _newLine = false;
@@ -589,35 +624,39 @@ void YDebug::appendCacheHeader()
 
 void YDebug::doHandleCircularBuffer(const QByteArray& item)
 {
+    handleCache(item.constData(), item.size());
+}
+
+void YDebug::handleCache(const char* item, int size)
+{
     YDebugSink* sink = _sink;
     if (!sink)
         return;
     const bool cacheEnabled = sink->_cacheEnabled.load(std::memory_order_relaxed);
     if (cacheEnabled && sink->_cacheBuffer && !sink->_cacheBuffer->isEmpty()
-        && sink->_errorIdListBufferTrigger.contains(QString::number(_errorId),
-                                                    Qt::CaseInsensitive)) {
-        dumpCache(item);
+        && sink->_errorIdListBufferTrigger.contains(
+            QString::number(_errorId), Qt::CaseInsensitive)) {
+        dumpCache(item, size);
         return;
     }
     if (sink->_dropping.load(std::memory_order_relaxed))
         sink->_dropping.store(false, std::memory_order_relaxed);
-    if (item.isEmpty() || !sink->_cacheBuffer
-        || sink->_verbosityRaised.load(std::memory_order_relaxed)
+    if (size == 0 || !sink->_cacheBuffer || sink->_verbosityRaised.load(std::memory_order_relaxed)
         || !(sink->_level.load(std::memory_order_relaxed) < _level) || !cacheEnabled)
         return;
     if (!_firstInCacheLine) {
-        _cacheLine.append(item);
+        _cacheLine.append(item, size);
         _cacheLine.append(' ');
         return;
     }
     appendCacheHeader();
     _cacheLine.append(' ');
-    _cacheLine.append(item);
+    _cacheLine.append(item, size);
     _cacheLine.append(' ');
     _firstInCacheLine = false;
 }
 
-void YDebug::dumpCache(const QByteArray& item)
+void YDebug::dumpCache(const char* item, int size)
 {
     YDebugSink* sink = _sink;
     _newLine = true;
@@ -640,8 +679,8 @@ void YDebug::dumpCache(const QByteArray& item)
     _line.append("Fault ");
     appendPadded(_line, _errorId);
     _line.append(": ");
-    _line.append(item);
-    if (item.endsWith('\n'))
+    _line.append(item, size);
+    if (size > 0 && item[size - 1] == '\n')
         _newLine = true;
     sink->_dropping.store(true, std::memory_order_relaxed);
     sink->_savedLevel = sink->_level.load(std::memory_order_relaxed);
@@ -667,8 +706,7 @@ YDebug::YDebugSink* YDebug::getSink(StreamId stream)
     return _sinkList[id];
 }
 
-YDebug::YDebugSink* YDebug::createSink(const char* fileName, debug_level_t level,
-                                       QByteArray prefix)
+YDebug::YDebugSink* YDebug::createSink(const char* fileName, debug_level_t level, QByteArray prefix)
 {
     if (!fileName)
         return nullptr;
@@ -720,8 +758,7 @@ void YDebug::unregisterStream(StreamId stream)
 
 void YDebug::setDebugLevel(StreamId stream, int level)
 {
-    getSink(stream)->_level.store(level >= 0 && level <= 5 ? level : 0,
-                                  std::memory_order_relaxed);
+    getSink(stream)->_level.store(level >= 0 && level <= 5 ? level : 0, std::memory_order_relaxed);
 }
 
 YDebug::debug_level_t YDebug::getDebugLevel(StreamId stream)

@@ -20,7 +20,8 @@ class YPrintable;
 class YOVOLIB_EXPORT YDebug
 {
 public:
-    enum debug_level_t {
+    enum debug_level_t
+    {
         SYSTEM = -1,
         ERROR = 0,
         WARNING = 1,
@@ -35,8 +36,14 @@ public:
     class StreamId
     {
     public:
-        constexpr StreamId() : _id(1) {}
-        constexpr explicit StreamId(int id) : _id(id) {}
+        constexpr StreamId()
+            : _id(1)
+        {
+        }
+        constexpr explicit StreamId(int id)
+            : _id(id)
+        {
+        }
         constexpr int id() const { return _id; }
         constexpr bool operator==(const StreamId& other) const { return _id == other._id; }
         constexpr bool operator!=(const StreamId& other) const { return _id != other._id; }
@@ -156,15 +163,21 @@ private:
     YDebug(YDebugSink* sink, debug_level_t level, int errorId);
 
     static YDebug makeStandardSinks();
-    YDebug& writeItem(const QByteArray& cacheText, const char* text, int size, bool newLine);
+    YDebug& writeItem(
+        const char* cacheText, int cacheSize, const char* text, int size, bool newLine);
+    YDebug& writeItem(const char* text, int size, bool newLine)
+    {
+        return writeItem(text, size, text, size, newLine);
+    }
     YDebug& writeItem(const QByteArray& text, bool newLine)
     {
-        return writeItem(text, text.constData(), text.size(), newLine);
+        return writeItem(text.constData(), text.size(), newLine);
     }
+    void handleCache(const char* item, int size);
     YDebug& writeNumber(long long value);
     YDebug& writeNumber(unsigned long long value);
     void appendCacheHeader();
-    void dumpCache(const QByteArray& item);
+    void dumpCache(const char* item, int size);
     void appendLineHeader(QByteArray& out) const;
 
     YDebugSink* _sink;
@@ -208,8 +221,8 @@ YOVOLIB_EXPORT YDebug& yflush(YDebug& value);
 /// A statement with an error id, which prints in front of the items and can fire a cache dump.
 #define YLOG_EX(errorId, stream, level)                                                            \
     ((YDebug::getDebugLevel(stream) < (level))                                                     \
-         ? YDebug::doHandleCacheEnabled_ex((errorId), (stream), (level))                           \
-         : YDebug::create_ex((errorId), (stream), (level)))                                        \
+            ? YDebug::doHandleCacheEnabled_ex((errorId), (stream), (level))                        \
+            : YDebug::create_ex((errorId), (stream), (level)))                                     \
         .appendf()
 
 #define YLOG_SYSTEM(stream) YLOG(stream, YDebug::SYSTEM)

@@ -28,7 +28,7 @@ long YDebugSys::processId()
 }
 
 void YDebugSys::localTime(long long secondsSinceEpoch, int* day, int* month, int* year, int* hour,
-                          int* minute, int* second)
+    int* minute, int* second)
 {
     time_t t = time_t(secondsSinceEpoch);
     struct tm parts;

@@ -26,8 +26,9 @@ public:
     YDebugSink(const YDebugSink&) = delete;
     YDebugSink& operator=(const YDebugSink&) = delete;
 
-    /// One finished line, in one fprintf, then fflush and the rotation check.
-    void write(const QByteArray& line);
+    /// One finished line and CR LF in one stdio call, then fflush. The line ends at an embedded
+    /// NUL. The buffer is the caller's, about to be cleared, and is used to append CR LF.
+    void write(QByteArray& line);
     void setRotationSize(int megabytes);
     /// Rotates when the file has grown past the limit; run after every flush.
     void checkRotation();
@@ -66,8 +67,8 @@ namespace YDebugSys {
 long threadId();
 long processId();
 /// Local time broken down, for the line's time stamp.
-void localTime(long long secondsSinceEpoch, int* day, int* month, int* year, int* hour,
-               int* minute, int* second);
+void localTime(long long secondsSinceEpoch, int* day, int* month, int* year, int* hour, int* minute,
+    int* second);
 /// Seconds and milliseconds of the wall clock.
 void now(long long* seconds, int* milliseconds);
 /// Locks that keep a writer's append and a rotation's copy-and-truncate apart across processes.

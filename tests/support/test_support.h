@@ -30,7 +30,7 @@ QString helperPath(const char* name);
 
 /// Runs a helper to its end; returns its exit code, or -1 when it did not start or end in time.
 int runHelper(const char* name, const QStringList& arguments, int timeoutMs = 60000,
-              QByteArray* output = nullptr);
+    QByteArray* output = nullptr);
 
 QByteArray readFile(const QString& path);
 
