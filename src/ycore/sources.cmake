@@ -1,23 +1,39 @@
 yovo_add_sources(
     PUBLIC_HEADERS
+        stateful_iterative_thread.h
+        trace_element.h
         yassert.h
+        yevent.h
+        yevent_dispatcher.h
         yexception.h
         ymutex.h
         yprintable.h
         ysemaphore.h
         yserializable.h
+        ythread.h
     PRIVATE_HEADERS
+        tls_p.h
         ynamed_object_posix_p.h
+        ysanitizer_p.h
         ysemaphore_p.h
+        ythread_p.h
         yunix_p.h
     SOURCES
+        stateful_iterative_thread.cpp
+        tls_p.cpp
+        trace_element.cpp
         yassert.cpp
+        yevent.cpp
+        yevent_dispatcher.cpp
         yexception.cpp
         ymutex.cpp
         yprintable.cpp
         ysemaphore.cpp
         yserializable.cpp
+        ythread.cpp
     POSIX_SOURCES
+        tls_posix.cpp
         ymutex_posix.cpp
         ynamed_object_posix.cpp
-        ysemaphore_posix.cpp)
+        ysemaphore_posix.cpp
+        ythread_posix.cpp)
