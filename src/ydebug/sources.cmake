@@ -1,6 +1,7 @@
 yovo_add_sources(
     PUBLIC_HEADERS
         message_formatter.h
+        periodic_log_rotator.h
         ycyclic_buffer.h
         ydebug.h
     PRIVATE_HEADERS
@@ -10,6 +11,7 @@ yovo_add_sources(
     SOURCES
         crash_handler.cpp
         message_formatter.cpp
+        periodic_log_rotator.cpp
         ydebug.cpp
     POSIX_SOURCES
         crash_handler_posix.cpp
