@@ -1,10 +1,19 @@
 yovo_add_sources(
     PUBLIC_HEADERS
+        message_formatter.h
+        periodic_log_rotator.h
         ycyclic_buffer.h
         ydebug.h
     PRIVATE_HEADERS
+        crash_handler_p.h
+        minidump_writer_p.h
         ydebug_sink_p.h
     SOURCES
+        crash_handler.cpp
+        message_formatter.cpp
+        periodic_log_rotator.cpp
         ydebug.cpp
     POSIX_SOURCES
+        crash_handler_posix.cpp
+        minidump_writer_posix.cpp
         ydebug_posix.cpp)

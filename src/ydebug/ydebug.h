@@ -140,6 +140,11 @@ public:
     static void setErrorIdForBufferDrop(StreamId stream, int errorId);
     static unsigned int getErrorIdForBufferDrop(StreamId stream);
 
+    // Crash dumps.
+    /// On a fatal signal, writes a minidump to <temp>/yovo_dump/p<pid>.mdmp and says so on the
+    /// stream at level ERROR; the process then dies of its signal. A later call changes the stream.
+    static void registerCrashHandler(StreamId stream);
+
 protected:
     void printNewLineHeader();
     void printTimestamp(QByteArray& out) const;
@@ -195,6 +200,10 @@ private:
     static std::atomic<const char*> _timestampFormat;
     static const char* const _TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS;
     static const char* const _TIMESTAMP_FORMAT_WITH_MILLISECONDS;
+    // The crash handler's stream, STDERR until registerCrashHandler, and the handler that was in
+    // place before ours: once one was found, later registrations don't install again.
+    static StreamId _crashStream;
+    static void* _previousCrashFilter;
 };
 
 typedef YDebug::debug_level_t debug_level_t;
