@@ -22,4 +22,7 @@ int demoLogging(DemoContext& context);
 /// A worker thread with a cooperative stop, and the event backtrace of two threads.
 int demoThreads(DemoContext& context);
 
+/// Switches the in-memory cache on for a stream and fires a dump with a listed error id.
+int demoFlightRecorder(DemoContext& context);
+
 #endif // QUICKSTART_DEMOS_H

@@ -22,6 +22,7 @@ int main(int argc, char** argv)
     int failures = 0;
     failures += demoLogging(context);
     failures += demoThreads(context);
+    failures += demoFlightRecorder(context);
     out << (failures ? "quickstart: FAILED\n" : "quickstart: all demos passed\n");
     out.flush();
     return failures ? 1 : 0;
