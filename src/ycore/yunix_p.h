@@ -10,4 +10,8 @@
         (result) = (call);                                                                         \
     } while ((result) == -1 && errno == EINTR)
 
+/// Thread-local data of the library that the hot path reads: the initial-exec model spares the
+/// lookup through __tls_get_addr that a shared library's thread-locals need otherwise.
+#define Y_INITIAL_EXEC_TLS __attribute__((tls_model("initial-exec")))
+
 #endif // YOVOLIB_YUNIX_P_H

@@ -5,6 +5,7 @@
 #include "yexception.h"
 #include "yprintable.h"
 #include "ysemaphore.h"
+#include "yunix_p.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -15,6 +16,7 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -47,7 +49,7 @@ const int LINE_BUFFER_SIZE = 256;
 
 QByteArray& spareLineBuffer()
 {
-    static thread_local QByteArray spare;
+    static thread_local QByteArray spare Y_INITIAL_EXEC_TLS;
     return spare;
 }
 
@@ -520,7 +522,13 @@ YDebug& yflush(YDebug& value)
 
 void YDebug::printTimestamp(QByteArray& out) const
 {
-    static thread_local TimestampCache cache;
+    char stamp[24];
+    out.append(stamp, formatTimestamp(stamp));
+}
+
+int YDebug::formatTimestamp(char* out)
+{
+    static thread_local TimestampCache cache Y_INITIAL_EXEC_TLS;
     long long seconds;
     int milliseconds;
     YDebugSys::now(&seconds, &milliseconds);
@@ -542,12 +550,15 @@ void YDebug::printTimestamp(QByteArray& out) const
         appendTwoDigits(t + 17, second);
         cache.second = seconds;
     }
-    out.append(cache.text, int(sizeof cache.text));
+    memcpy(out, cache.text, sizeof cache.text);
+    int n = int(sizeof cache.text);
     if (_timestampFormat.load(std::memory_order_relaxed) == _TIMESTAMP_FORMAT_WITH_MILLISECONDS) {
-        const char ms[4] = {'.', char('0' + milliseconds / 100), char('0' + milliseconds / 10 % 10),
-            char('0' + milliseconds % 10)};
-        out.append(ms, 4);
+        out[n++] = '.';
+        out[n++] = char('0' + milliseconds / 100);
+        out[n++] = char('0' + milliseconds / 10 % 10);
+        out[n++] = char('0' + milliseconds % 10);
     }
+    return n;
 }
 
 void YDebug::printDebugLevel(QByteArray& out) const
@@ -568,19 +579,41 @@ void YDebug::printProcessIdAndThreadId(QByteArray& out) const
 
 void YDebug::appendLineHeader(QByteArray& out) const
 {
-    out.append('[');
-    if (!_sink->_prefix.isEmpty()) {
-        out.append(_sink->_prefix);
+    // Assembled on the stack and appended once: the header is most of a short line.
+    char header[64 + 128];
+    const QByteArray& prefix = _sink->_prefix;
+    if (prefix.size() > 64) {
+        out.append('[');
+        out.append(prefix);
         out.append(' ');
+    } else {
+        out.reserve(out.size() + prefix.size() + 64);
     }
-    printTimestamp(out);
-    out.append(' ');
+    int n = 0;
+    if (prefix.size() <= 64) {
+        header[n++] = '[';
+        if (!prefix.isEmpty()) {
+            memcpy(header + n, prefix.constData(), size_t(prefix.size()));
+            n += prefix.size();
+            header[n++] = ' ';
+        }
+    }
+    n += formatTimestamp(header + n);
+    header[n++] = ' ';
     if (_printProcessIdAndThreadId.load(std::memory_order_relaxed)) {
+        out.append(header, n);
+        n = 0;
         printProcessIdAndThreadId(out);
         out.append(' ');
     }
-    printDebugLevel(out);
-    out.append(']');
+    int index = int(_level) + 1;
+    if (index < 0 || index > 7)
+        index = 7;
+    const size_t levelSize = strlen(DEBUG_LEVEL_STRINGS[index]);
+    memcpy(header + n, DEBUG_LEVEL_STRINGS[index], levelSize);
+    n += int(levelSize);
+    header[n++] = ']';
+    out.append(header, n);
 }
 
 void YDebug::printNewLineHeader()

@@ -163,6 +163,7 @@ private:
     YDebug(YDebugSink* sink, debug_level_t level, int errorId);
 
     static YDebug makeStandardSinks();
+    static int formatTimestamp(char* out);
     YDebug& writeItem(
         const char* cacheText, int cacheSize, const char* text, int size, bool newLine);
     YDebug& writeItem(const char* text, int size, bool newLine)

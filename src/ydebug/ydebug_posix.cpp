@@ -18,7 +18,7 @@
 
 long YDebugSys::threadId()
 {
-    static thread_local long id = long(syscall(SYS_gettid));
+    static thread_local long id Y_INITIAL_EXEC_TLS = long(syscall(SYS_gettid));
     return id;
 }
 
