@@ -333,7 +333,8 @@ std::map<std::string, Result> runMasked(const std::vector<std::string>& argument
     for (size_t i = 1; i < arguments.size(); ++i) {
         const std::string& argument = arguments[i];
         if (argument.rfind("--benchmark_repetitions", 0) == 0
-            || argument.rfind("--benchmark_min_time", 0) == 0)
+            || argument.rfind("--benchmark_min_time", 0) == 0
+            || argument.rfind("--benchmark_enable_random_interleaving", 0) == 0)
             command += " '" + argument + "'";
     }
     FILE* pipe = popen(command.c_str(), "r");
@@ -381,9 +382,22 @@ int main(int argc, char** argv)
             benchmark::RegisterBenchmark((family + "/" + c.peerName).c_str(), c.peer)->Arg(size);
         }
     }
-    const std::vector<std::string> arguments(argv, argv + argc);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+    // On a shared machine other load only ever slows a run down, so by default each case runs
+    // several times in shuffled order and the table keeps the fastest run of each.
+    std::vector<std::string> arguments(argv, argv + argc);
+    bool repetitionsGiven = false;
+    for (const std::string& argument : arguments)
+        repetitionsGiven = repetitionsGiven || argument.rfind("--benchmark_repetitions", 0) == 0;
+    if (!repetitionsGiven) {
+        arguments.push_back("--benchmark_repetitions=5");
+        arguments.push_back("--benchmark_enable_random_interleaving=true");
+    }
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments)
+        pointers.push_back(&argument[0]);
+    int count = int(pointers.size());
+    benchmark::Initialize(&count, pointers.data());
+    if (benchmark::ReportUnrecognizedArguments(count, pointers.data()))
         return 1;
 
     // A child of runMasked, or a run where the caller chose the mask: plain output only.

@@ -1,6 +1,6 @@
 #include "yhmac_provider.h"
 
-#include <cstring>
+#include <QVarLengthArray>
 
 YHMacProvider::YHMacProvider()
     : _blockSize(64)
@@ -18,35 +18,30 @@ QByteArray YHMacProvider::hashBlock(const QByteArray& data)
 
 QByteArray YHMacProvider::hmac(const QByteArray& message, const QByteArray& key)
 {
-    QByteArray keyBlock;
-    if (key.size() > _blockSize) {
+    QByteArray usedKey = key;
+    if (usedKey.size() > _blockSize) {
         // The text form, not the raw digest: peers sign with this key and must keep agreeing.
-        keyBlock = hashBlock(key);
+        usedKey = hashBlock(key);
         init();
-    } else {
-        keyBlock = key;
-    }
-    if (keyBlock.size() < _blockSize) {
-        QByteArray padded(_blockSize, '\0');
-        std::memcpy(padded.data(), keyBlock.constData(), size_t(keyBlock.size()));
-        keyBlock = padded;
     }
 
-    QByteArray inner(keyBlock);
-    QByteArray outer(keyBlock);
-    char* in = inner.data();
-    char* out = outer.data();
-    for (int i = 0; i < keyBlock.size(); ++i) {
-        in[i] = char(in[i] ^ 0x36);
-        out[i] = char(out[i] ^ 0x5c);
+    // Short keys are padded with zero bytes to the block. The pads live on the stack and reach
+    // the digest as raw data, so a signature costs no allocation of its own.
+    const int size = qMax(_blockSize, usedKey.size());
+    QVarLengthArray<char, 128> inner(size);
+    QVarLengthArray<char, 128> outer(size);
+    for (int i = 0; i < size; ++i) {
+        const char byte = i < usedKey.size() ? usedKey.at(i) : '\0';
+        inner[i] = char(byte ^ 0x36);
+        outer[i] = char(byte ^ 0x5c);
     }
 
-    appendBlock(inner);
+    appendBlock(QByteArray::fromRawData(inner.constData(), size));
     appendBlock(message);
     const QByteArray innerDigest = rowCompletedHash();
 
     init();
-    appendBlock(outer);
+    appendBlock(QByteArray::fromRawData(outer.constData(), size));
     appendBlock(innerDigest);
     return completedHash();
 }

@@ -183,7 +183,10 @@ void sha256BlocksPlain(uint32_t state[8], const unsigned char* data, size_t bloc
 
 typedef void (*BlockFunction)(uint32_t state[8], const unsigned char* data, size_t blocks);
 
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+// YOVO_SHA256_PORTABLE_ONLY leaves the variant out, so that the portable code can be tested on
+// machines that would otherwise never run it.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))                               \
+    && !defined(YOVO_SHA256_PORTABLE_ONLY)
 // The same code once more for processors with AVX2 and BMI2 (nearly all x86-64 servers since
 // 2013): three-operand vector and rotate instructions shorten the schedule and the rounds by a
 // quarter. Chosen once, at the first digest.
