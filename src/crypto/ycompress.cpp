@@ -68,10 +68,13 @@ QByteArray YCompress::zlibUncompress(QByteArray data)
         case Z_DATA_ERROR:
             throw YException("Compressed data is corrupted");
         case Z_OK:
+            // A kept result should not hold more slack from the guess than it holds data. Such a
+            // result moves to an array of its own size rather than shrinking in place: shrinking
+            // a large block teaches the allocator to map fresh pages for every following guess,
+            // which costs more than the copy.
+            if (output.capacity() - int(length) > qMax(int(length), 4096))
+                return QByteArray(output.constData(), int(length));
             output.resize(int(length));
-            // Give back what the guess over-allocated, so that a kept result holds no slack.
-            if (output.capacity() - output.size() > 4096)
-                output.squeeze();
             return output;
         default:
             // uncompress reports nothing else; should it, the call is simply repeated.
