@@ -11,7 +11,8 @@ class YOVOLIB_EXPORT YRc4
 public:
     /// An empty password, which keys as the single byte 0.
     YRc4();
-    explicit YRc4(const QByteArray& password);
+    /// Keys the cipher with the password.
+    YRc4(const QByteArray& password);
     /// Takes the password only and starts the key stream afresh, wherever the source stands.
     YRc4(const YRc4& other);
     /// Takes the whole generator state, so the target goes on where the source stands. Differs
