@@ -1,0 +1,75 @@
+// Not part of the YovoLib API: byte-order and text helpers shared by the digests.
+
+#ifndef YOVOLIB_YDIGEST_P_H
+#define YOVOLIB_YDIGEST_P_H
+
+#include <QByteArray>
+
+#include <cstdint>
+#include <cstring>
+
+namespace ydigest {
+
+// memcpy keeps the loads legal for unaligned input; compilers turn it into one move (and a bswap
+// where the order differs from the machine's).
+inline uint32_t load32le(const unsigned char* p)
+{
+    uint32_t v;
+    std::memcpy(&v, p, 4);
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    v = __builtin_bswap32(v);
+#endif
+    return v;
+}
+
+inline uint32_t load32be(const unsigned char* p)
+{
+    uint32_t v;
+    std::memcpy(&v, p, 4);
+#if !defined(__BYTE_ORDER__) || __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    v = __builtin_bswap32(v);
+#endif
+    return v;
+}
+
+inline void store32le(unsigned char* p, uint32_t v)
+{
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    v = __builtin_bswap32(v);
+#endif
+    std::memcpy(p, &v, 4);
+}
+
+inline void store32be(unsigned char* p, uint32_t v)
+{
+#if !defined(__BYTE_ORDER__) || __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    v = __builtin_bswap32(v);
+#endif
+    std::memcpy(p, &v, 4);
+}
+
+inline uint32_t rotl(uint32_t v, int n)
+{
+    return (v << n) | (v >> (32 - n));
+}
+inline uint32_t rotr(uint32_t v, int n)
+{
+    return (v >> n) | (v << (32 - n));
+}
+
+// The same text as "%02X" (or "%02x") per byte, without a formatting call per byte.
+inline QByteArray hexText(const unsigned char* bytes, int count, bool upperCase)
+{
+    const char* digits = upperCase ? "0123456789ABCDEF" : "0123456789abcdef";
+    QByteArray text(count * 2, Qt::Uninitialized);
+    char* out = text.data();
+    for (int i = 0; i < count; ++i) {
+        out[2 * i] = digits[bytes[i] >> 4];
+        out[2 * i + 1] = digits[bytes[i] & 0x0f];
+    }
+    return text;
+}
+
+} // namespace ydigest
+
+#endif // YOVOLIB_YDIGEST_P_H

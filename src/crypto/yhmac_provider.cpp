@@ -1,0 +1,47 @@
+#include "yhmac_provider.h"
+
+#include <QVarLengthArray>
+
+YHMacProvider::YHMacProvider()
+    : _blockSize(64)
+{
+}
+
+YHMacProvider::~YHMacProvider() { }
+
+QByteArray YHMacProvider::hashBlock(const QByteArray& data)
+{
+    init();
+    appendBlock(data);
+    return completedHash();
+}
+
+QByteArray YHMacProvider::hmac(const QByteArray& message, const QByteArray& key)
+{
+    QByteArray usedKey = key;
+    if (usedKey.size() > _blockSize) {
+        // The text form, not the raw digest: peers sign with this key and must keep agreeing.
+        usedKey = hashBlock(key);
+        init();
+    }
+
+    // Short keys are padded with zero bytes to the block. The pads live on the stack and reach
+    // the digest as raw data, so a signature costs no allocation of its own.
+    const int size = qMax(_blockSize, usedKey.size());
+    QVarLengthArray<char, 128> inner(size);
+    QVarLengthArray<char, 128> outer(size);
+    for (int i = 0; i < size; ++i) {
+        const char byte = i < usedKey.size() ? usedKey.at(i) : '\0';
+        inner[i] = char(byte ^ 0x36);
+        outer[i] = char(byte ^ 0x5c);
+    }
+
+    appendBlock(QByteArray::fromRawData(inner.constData(), size));
+    appendBlock(message);
+    const QByteArray innerDigest = rowCompletedHash();
+
+    init();
+    appendBlock(QByteArray::fromRawData(outer.constData(), size));
+    appendBlock(innerDigest);
+    return completedHash();
+}

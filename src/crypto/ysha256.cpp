@@ -1,0 +1,351 @@
+#include "ysha256.h"
+
+#include "ydigest_p.h"
+
+#include <cstring>
+
+using ydigest::load32be;
+using ydigest::rotr;
+using ydigest::store32be;
+
+// The context as the standard describes it. The owner count exists only because copies share one
+// context: the last of them frees it.
+struct YSHA256Private
+{
+    uint32_t state[8];
+    uint32_t countHigh; // message length in bits, high word
+    uint32_t countLow;
+    unsigned char buffer[64];
+    int fill;
+    int owners;
+};
+
+namespace {
+
+const uint32_t initialState[8] = {
+    0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+
+void sha256Start(YSHA256Private* ctx)
+{
+    std::memcpy(ctx->state, initialState, sizeof(initialState));
+    ctx->countHigh = ctx->countLow = 0;
+    ctx->fill = 0;
+}
+
+// The rounds are written out with the eight words renamed instead of moved, so that the compiler
+// keeps them in registers. The message schedule runs four words at a time in vectors (the
+// compiler's generic vector types, which become SSE or AVX code on x86 and NEON on ARM), each
+// group computed a little before the rounds use it; the vectors also add the round constants.
+
+alignas(16) const uint32_t K[64] = {0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b,
+    0x59f111f1, 0x923f82a4, 0xab1c5ed5, 0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74,
+    0x80deb1fe, 0x9bdc06a7, 0xc19bf174, 0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f,
+    0x4a7484aa, 0x5cb0a9dc, 0x76f988da, 0x983e5152, 0xa831c66d, 0xb00327c8, 0xbf597fc7, 0xc6e00bf3,
+    0xd5a79147, 0x06ca6351, 0x14292967, 0x27b70a85, 0x2e1b2138, 0x4d2c6dfc, 0x53380d13, 0x650a7354,
+    0x766a0abb, 0x81c2c92e, 0x92722c85, 0xa2bfe8a1, 0xa81a664b, 0xc24b8b70, 0xc76c51a3, 0xd192e819,
+    0xd6990624, 0xf40e3585, 0x106aa070, 0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3,
+    0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3, 0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa,
+    0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
+
+typedef uint32_t Vec4 __attribute__((vector_size(16)));
+
+inline Vec4 loadVec(const uint32_t* p)
+{
+    Vec4 v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+}
+
+inline void storeVec(uint32_t* p, Vec4 v)
+{
+    std::memcpy(p, &v, sizeof(v));
+}
+
+inline Vec4 sigma0(Vec4 x)
+{
+    return (x >> 7) ^ (x << 25) ^ (x >> 18) ^ (x << 14) ^ (x >> 3);
+}
+
+inline Vec4 sigma1(Vec4 x)
+{
+    return (x >> 17) ^ (x << 15) ^ (x >> 19) ^ (x << 13) ^ (x >> 10);
+}
+
+// The next four schedule words from the last sixteen (x0 oldest). The last two of the four depend
+// on the first two through sigma1, so that part is done in two halves.
+inline Vec4 nextSchedule(Vec4 x0, Vec4 x1, Vec4 x2, Vec4 x3)
+{
+    const Vec4 zero = {0, 0, 0, 0};
+    const Vec4 w15 = __builtin_shufflevector(x0, x1, 1, 2, 3, 4);
+    const Vec4 w7 = __builtin_shufflevector(x2, x3, 1, 2, 3, 4);
+    Vec4 next = x0 + sigma0(w15) + w7;
+    const Vec4 low = sigma1(__builtin_shufflevector(x3, x3, 2, 3, 2, 3));
+    next += __builtin_shufflevector(low, zero, 0, 1, 4, 5);
+    const Vec4 high = sigma1(__builtin_shufflevector(next, next, 0, 1, 0, 1));
+    next += __builtin_shufflevector(zero, high, 0, 1, 6, 7);
+    return next;
+}
+
+// Sigma functions of the rounds. Nested, each needs one copy of its argument instead of three,
+// which suits plain x86-64; with three-operand rotations (BMI2) the flat form is shorter and has
+// the shorter chain of dependencies.
+template<bool Flat> inline uint32_t bigSigma0(uint32_t x)
+{
+    return Flat ? rotr(x, 2) ^ rotr(x, 13) ^ rotr(x, 22) : rotr(x ^ rotr(x ^ rotr(x, 9), 11), 2);
+}
+
+template<bool Flat> inline uint32_t bigSigma1(uint32_t x)
+{
+    return Flat ? rotr(x, 6) ^ rotr(x, 11) ^ rotr(x, 25) : rotr(x ^ rotr(x ^ rotr(x, 14), 5), 6);
+}
+
+// One round. Maj(a, b, c) is written as b ^ ((a ^ b) & (b ^ c)): this round's a ^ b is the next
+// round's b ^ c, carried in 'ab' / 'bc', which saves one operation per round.
+#define SHA_ROUND(a, b, c, d, e, f, g, h, i)                                                       \
+    do {                                                                                           \
+        const uint32_t t1 = h + wk[i] + ((g) ^ ((e) & ((f) ^ (g)))) + bigSigma1<Flat>(e);          \
+        d += t1;                                                                                   \
+        ab = (a) ^ (b);                                                                            \
+        h = t1 + ((b) ^ (ab & bc)) + bigSigma0<Flat>(a);                                           \
+        bc = ab;                                                                                   \
+    } while (false)
+
+#define SHA_EIGHT(i)                                                                               \
+    SHA_ROUND(a, b, c, d, e, f, g, h, (i) + 0);                                                    \
+    SHA_ROUND(h, a, b, c, d, e, f, g, (i) + 1);                                                    \
+    SHA_ROUND(g, h, a, b, c, d, e, f, (i) + 2);                                                    \
+    SHA_ROUND(f, g, h, a, b, c, d, e, (i) + 3);                                                    \
+    SHA_ROUND(e, f, g, h, a, b, c, d, (i) + 4);                                                    \
+    SHA_ROUND(d, e, f, g, h, a, b, c, (i) + 5);                                                    \
+    SHA_ROUND(c, d, e, f, g, h, a, b, (i) + 6);                                                    \
+    SHA_ROUND(b, c, d, e, f, g, h, a, (i) + 7)
+
+#define SHA_SCHEDULE(i, x0, x1, x2, x3)                                                            \
+    x0 = nextSchedule(x0, x1, x2, x3);                                                             \
+    storeVec(wk + (i), x0 + loadVec(K + (i)))
+
+template<bool Flat>
+__attribute__((always_inline)) inline void sha256BlocksBody(
+    uint32_t state[8], const unsigned char* data, size_t blocks)
+{
+    uint32_t a = state[0], b = state[1], c = state[2], d = state[3];
+    uint32_t e = state[4], f = state[5], g = state[6], h = state[7];
+    for (; blocks > 0; --blocks, data += 64) {
+        alignas(16) uint32_t wk[64];
+        for (int i = 0; i < 16; ++i)
+            wk[i] = load32be(data + 4 * i);
+        Vec4 x0 = loadVec(wk), x1 = loadVec(wk + 4), x2 = loadVec(wk + 8), x3 = loadVec(wk + 12);
+        for (int i = 0; i < 16; i += 4)
+            storeVec(wk + i, loadVec(wk + i) + loadVec(K + i));
+
+        uint32_t ab;
+        uint32_t bc = b ^ c;
+        SHA_SCHEDULE(16, x0, x1, x2, x3);
+        SHA_SCHEDULE(20, x1, x2, x3, x0);
+        SHA_EIGHT(0);
+        SHA_SCHEDULE(24, x2, x3, x0, x1);
+        SHA_SCHEDULE(28, x3, x0, x1, x2);
+        SHA_EIGHT(8);
+        SHA_SCHEDULE(32, x0, x1, x2, x3);
+        SHA_SCHEDULE(36, x1, x2, x3, x0);
+        SHA_EIGHT(16);
+        SHA_SCHEDULE(40, x2, x3, x0, x1);
+        SHA_SCHEDULE(44, x3, x0, x1, x2);
+        SHA_EIGHT(24);
+        SHA_SCHEDULE(48, x0, x1, x2, x3);
+        SHA_SCHEDULE(52, x1, x2, x3, x0);
+        SHA_EIGHT(32);
+        SHA_SCHEDULE(56, x2, x3, x0, x1);
+        SHA_SCHEDULE(60, x3, x0, x1, x2);
+        SHA_EIGHT(40);
+        SHA_EIGHT(48);
+        SHA_EIGHT(56);
+
+        a = state[0] += a;
+        b = state[1] += b;
+        c = state[2] += c;
+        d = state[3] += d;
+        e = state[4] += e;
+        f = state[5] += f;
+        g = state[6] += g;
+        h = state[7] += h;
+    }
+}
+
+#undef SHA_ROUND
+#undef SHA_EIGHT
+#undef SHA_SCHEDULE
+
+void sha256BlocksPlain(uint32_t state[8], const unsigned char* data, size_t blocks)
+{
+    sha256BlocksBody<false>(state, data, blocks);
+}
+
+typedef void (*BlockFunction)(uint32_t state[8], const unsigned char* data, size_t blocks);
+
+// YOVO_SHA256_PORTABLE_ONLY leaves the variant out, so that the portable code can be tested on
+// machines that would otherwise never run it.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))                               \
+    && !defined(YOVO_SHA256_PORTABLE_ONLY)
+// The same code once more for processors with AVX2 and BMI2 (nearly all x86-64 servers since
+// 2013): three-operand vector and rotate instructions shorten the schedule and the rounds by a
+// quarter. Chosen once, at the first digest.
+__attribute__((target("avx2,bmi,bmi2"))) void sha256BlocksAvx2(
+    uint32_t state[8], const unsigned char* data, size_t blocks)
+{
+    sha256BlocksBody<true>(state, data, blocks);
+}
+
+BlockFunction chooseBlockFunction()
+{
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi")
+        && __builtin_cpu_supports("bmi2"))
+        return sha256BlocksAvx2;
+    return sha256BlocksPlain;
+}
+#else
+BlockFunction chooseBlockFunction()
+{
+    return sha256BlocksPlain;
+}
+#endif
+
+void sha256Blocks(uint32_t state[8], const unsigned char* data, size_t blocks)
+{
+    static const BlockFunction blockFunction = chooseBlockFunction();
+    blockFunction(state, data, blocks);
+}
+
+void sha256Update(YSHA256Private* ctx, const unsigned char* data, size_t length)
+{
+    if (length == 0)
+        return;
+    // The bit count is kept modulo 2^64, as the padding writes it.
+    const uint64_t bits
+        = (uint64_t(ctx->countHigh) << 32 | ctx->countLow) + (uint64_t(length) << 3);
+    ctx->countHigh = uint32_t(bits >> 32);
+    ctx->countLow = uint32_t(bits);
+
+    if (ctx->fill > 0) {
+        const size_t room = size_t(64 - ctx->fill);
+        if (length < room) {
+            std::memcpy(ctx->buffer + ctx->fill, data, length);
+            ctx->fill += int(length);
+            return;
+        }
+        std::memcpy(ctx->buffer + ctx->fill, data, room);
+        sha256Blocks(ctx->state, ctx->buffer, 1);
+        ctx->fill = 0;
+        data += room;
+        length -= room;
+    }
+    if (length >= 64) {
+        sha256Blocks(ctx->state, data, length / 64);
+        data += length & ~size_t(63);
+        length &= 63;
+    }
+    if (length > 0) {
+        std::memcpy(ctx->buffer, data, length);
+        ctx->fill = int(length);
+    }
+}
+
+// Pads and processes the last block. The count stays as it was and the buffer ends empty, so a
+// second call without a restart pads again on top of the finished state.
+void sha256Final(YSHA256Private* ctx)
+{
+    int fill = ctx->fill;
+    ctx->buffer[fill++] = 0x80;
+    if (fill > 56) {
+        std::memset(ctx->buffer + fill, 0, size_t(64 - fill));
+        sha256Blocks(ctx->state, ctx->buffer, 1);
+        fill = 0;
+    }
+    std::memset(ctx->buffer + fill, 0, size_t(56 - fill));
+    store32be(ctx->buffer + 56, ctx->countHigh);
+    store32be(ctx->buffer + 60, ctx->countLow);
+    sha256Blocks(ctx->state, ctx->buffer, 1);
+    ctx->fill = 0;
+}
+
+QByteArray digestText(const YSHA256Private* ctx)
+{
+    unsigned char digest[32];
+    for (int i = 0; i < 8; ++i)
+        store32be(digest + 4 * i, ctx->state[i]);
+    return ydigest::hexText(digest, 32, false);
+}
+
+} // namespace
+
+YSHA256::YSHA256()
+    : _context(new YSHA256Private)
+{
+    sha256Start(_context);
+    _context->owners = 1;
+}
+
+YSHA256::YSHA256(const YSHA256& other)
+    : YHMacProvider(other)
+    , _context(other._context)
+{
+    ++_context->owners;
+}
+
+YSHA256& YSHA256::operator=(const YSHA256& other)
+{
+    YHMacProvider::operator=(other);
+    if (_context != other._context) {
+        ++other._context->owners;
+        if (--_context->owners == 0)
+            delete _context;
+        _context = other._context;
+    }
+    return *this;
+}
+
+YSHA256::~YSHA256()
+{
+    if (--_context->owners == 0)
+        delete _context;
+}
+
+void YSHA256::appendBlock(const QByteArray& data)
+{
+    sha256Update(
+        _context, reinterpret_cast<const unsigned char*>(data.constData()), size_t(data.size()));
+}
+
+QByteArray YSHA256::completedHash()
+{
+    sha256Final(_context);
+    return digestText(_context);
+}
+
+QByteArray YSHA256::rowCompletedHash()
+{
+    sha256Final(_context);
+    QByteArray digest(32, Qt::Uninitialized);
+    unsigned char* out = reinterpret_cast<unsigned char*>(digest.data());
+    for (int i = 0; i < 8; ++i)
+        store32be(out + 4 * i, _context->state[i]);
+    sha256Start(_context);
+    return digest;
+}
+
+void YSHA256::init()
+{
+    sha256Start(_context);
+}
+
+QByteArray YSHA256::hash(const QByteArray& data)
+{
+    // Same result as a fresh object fed once, without the heap context.
+    YSHA256Private context;
+    sha256Start(&context);
+    sha256Update(
+        &context, reinterpret_cast<const unsigned char*>(data.constData()), size_t(data.size()));
+    sha256Final(&context);
+    return digestText(&context);
+}
