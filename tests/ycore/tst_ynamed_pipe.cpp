@@ -234,6 +234,7 @@ TEST(YNamedPipe, DeadClientGivesLostConnection)
     const QByteArray name = pipeName();
     YNamedPipeConnectionsServer server(name.constData());
     void* pending = YNamedPipe::invalidHandle();
+    EXPECT_EQ(nullptr, server.waitForNewConnection(0, &pending));
     shmtest::Peer peer;
     ASSERT_TRUE(peer.start(peerPath(), {"pipe-client", QString::fromLatin1(name), "partial"}));
     std::unique_ptr<YNamedPipe> pipe(acceptOne(server, &pending));

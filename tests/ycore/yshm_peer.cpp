@@ -438,8 +438,9 @@ int pipeServerRole(int argc, char** argv)
         return 2;
     YNamedPipeConnectionsServer server(argv[2]);
     void* pending = YNamedPipe::invalidHandle();
+    // An instance exists before anyone is told to connect.
+    YNamedPipe* pipe = server.waitForNewConnection(0, &pending);
     say("listening");
-    YNamedPipe* pipe = nullptr;
     for (int i = 0; i < 300 && !pipe; ++i)
         pipe = server.waitForNewConnection(100, &pending);
     if (!pipe) {
