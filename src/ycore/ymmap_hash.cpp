@@ -7,6 +7,7 @@
 #include "ymmap_hash.h"
 
 #include "yassert.h"
+#include "ymmap_allocator_p.h"
 
 #include <climits>
 #include <cstring>
@@ -136,10 +137,15 @@ YMMapHash::~YMMapHash()
 
 bool YMMapHash::loadTable(Table& table) const
 {
-    table.limit = _allocator.dataLimit();
-    if (!_header || table.limit < HEADER_SIZE)
+    // The allocator's own dataLimit() and baseAddress(), spelled out: this runs on every lookup.
+    const YMMapAllocator& a = _allocator;
+    if (!_header || !a._header || !a._view)
         return false;
-    table.base = static_cast<char*>(_allocator.baseAddress());
+    const quint64 total = qMin<quint64>(loadWord(&a._header->totalSize), a._handle->size);
+    table.limit = total > sizeof(YMMapSegmentHeader) ? total - sizeof(YMMapSegmentHeader) : 0;
+    if (table.limit < HEADER_SIZE)
+        return false;
+    table.base = static_cast<char*>(a._view) + sizeof(YMMapSegmentHeader);
     table.backbone = _backbone;
     table.buckets = loadWord(&_header->bucketCount);
     const quint64 backboneEnd
@@ -349,7 +355,13 @@ bool YMMapHash::value(const QByteArray& key, QByteArray& out)
     int length = 0;
     if (!value(key, &data, length))
         return false;
-    out = QByteArray(static_cast<const char*>(data), length);
+    // A reader that passes the same array again gets its bytes copied without an allocation.
+    if (out.isDetached() && out.capacity() >= length) {
+        out.resize(length);
+        memcpy(out.data(), data, size_t(length));
+    } else {
+        out = QByteArray(static_cast<const char*>(data), length);
+    }
     return true;
 }
 

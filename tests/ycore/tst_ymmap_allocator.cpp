@@ -343,6 +343,8 @@ public:
     {
         if (_fd >= 0) {
             shm_unlink(_name.constData());
+            // The library's guard of the name: its users couldn't remove it while we held on.
+            shm_unlink((_name + ".guard").constData());
             ::close(_fd);
         }
     }

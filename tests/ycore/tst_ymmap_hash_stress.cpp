@@ -1,4 +1,5 @@
 // Long runs of several processes on one table. Slow on purpose.
+#include "shm_test_cleanup.h"
 #include "shm_test_util.h"
 #include "test_support.h"
 
@@ -33,8 +34,8 @@ TEST(YMMapHashStress, ReadersAndWritersInProcessesUnderTheLockers)
 {
     const int readers = 4, writers = 2, seconds = 10, shared = 50, perWriter = 200;
     const QString table = yovotest::uniqueName("rwtable");
-    const QString tokens = yovotest::uniqueName("rwtokens");
-    const QString gate = yovotest::uniqueName("rwgate");
+    const QString tokens = shmtest::semaphoreName("rwtokens");
+    const QString gate = shmtest::semaphoreName("rwgate");
     // The first creator's count stands: make the pair here, before any peer.
     YSemaphore tokenSemaphore(readers, tokens);
     YOneLockSemaphore gateSemaphore(gate);

@@ -1,3 +1,4 @@
+#include "shm_test_cleanup.h"
 #include "shm_test_util.h"
 #include "test_support.h"
 
@@ -18,7 +19,7 @@ namespace {
 
 QString semName(const char* prefix)
 {
-    return yovotest::uniqueName(prefix);
+    return shmtest::semaphoreName(prefix);
 }
 
 // Long enough for a thread that wasn't blocked to have got through.

@@ -1,3 +1,4 @@
+#include "shm_test_cleanup.h"
 #include "shm_test_util.h"
 #include "test_support.h"
 
@@ -11,7 +12,7 @@ namespace {
 
 QString checkerName()
 {
-    return yovotest::uniqueName("single");
+    return shmtest::semaphoreName("single");
 }
 
 QString peerPath()
