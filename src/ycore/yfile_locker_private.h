@@ -11,6 +11,7 @@ class YOVOLIB_EXPORT YFileLockerPrivate
 public:
     /// Keeps `fileName` as given, without a copy.
     explicit YFileLockerPrivate(const char* fileName);
+    /// Not implemented: closes nothing.
     ~YFileLockerPrivate();
 
     /// Not implemented: does nothing.

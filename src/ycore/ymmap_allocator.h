@@ -34,10 +34,12 @@ public:
         ERR_OFFSET_OUT_OF_BOUNDS = 13462 ///< reserved: the offset conversions report by result only
     };
 
+    /// Closed: no segment yet.
     YMMapAllocator();
     /// A copy shares the mapping of its source; the mapping is given up with the last of them.
     YMMapAllocator(const YMMapAllocator& other);
     YMMapAllocator& operator=(const YMMapAllocator& other);
+    /// close().
     ~YMMapAllocator();
 
     /// Makes the segment "Global\<name>Mmap" with `size` bytes of data; fails with EEXIST while
@@ -63,9 +65,11 @@ public:
     long memSize() const;
     /// The bytes in use, header included; 0 without a segment.
     long memUsage() const;
+    /// True between a successful open and close().
     bool isOk() const { return _ok; }
     /// The last failure: an errno value or one of the ERR_ codes. Not reset by a success.
     int error() const { return _error; }
+    /// error() in words.
     QString errorString() const;
     /// The system name of the segment, "Global\<name>Mmap".
     const std::string& getFilename() const { return _fileName; }

@@ -43,6 +43,7 @@ public:
         TABLE_SIZE = 16 + 4 * 503 ///< header and backbone, the first two allocations
     };
 
+    /// No table yet.
     YMMapHash();
     /// A copy uses the same segment through the same mapping.
     YMMapHash(const YMMapHash& other) = default;
@@ -71,7 +72,9 @@ public:
     void clear();
     /// The count kept in the segment. Ends the process on an object that has no table.
     unsigned int getEntriesCount();
+    /// The segment, for its sizes.
     const YMMapAllocator& getAllocator() const { return _allocator; }
+    /// The last failure in words.
     QString errorString() const { return _errorString; }
 
 protected:

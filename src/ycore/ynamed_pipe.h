@@ -38,10 +38,14 @@ public:
     /// Exactly `size` bytes within `timeoutSeconds`, or false with `out` untouched. Reads in
     /// slices of one second and goes on until the deadline whatever a read reports.
     virtual bool readMsg(unsigned int size, QByteArray& out, long timeoutSeconds);
+    /// Ends this end of the connection.
     virtual void disconnect() = 0;
 
+    /// The whole path.
     const char* getPipePath() const { return _pipePath.c_str(); }
+    /// 0, an errno value, or -2 for a time-out.
     int getLastErrorCode() const { return _lastError; }
+    /// Sets the last-error code.
     void setLastError(int error) { _lastError = error; }
     /// "Operation timed out" for -2, otherwise the system's text for the code.
     QString getLastErrorString() const;
@@ -70,11 +74,14 @@ class YOVOLIB_EXPORT YNamedPipeClient : public YNamedPipe
 public:
     /// The second argument is accepted and not used.
     YNamedPipeClient(const char* name, QByteArray unused = QByteArray());
+    /// disconnect().
     ~YNamedPipeClient() override;
 
+    /// Closes the connection if there is one; the last error becomes 0.
     void disconnect() override;
     /// Connects, waiting up to 20 seconds while the server has no room; the argument is not used.
     virtual bool connect(long unused = 0);
+    /// True while a connection is held.
     virtual bool isConnected() { return hasHandle(); }
 };
 
@@ -84,6 +91,7 @@ class YOVOLIB_EXPORT YNamedPipeServer : public YNamedPipe
 public:
     /// `path` is the whole path.
     explicit YNamedPipeServer(const char* path);
+    /// disconnect().
     ~YNamedPipeServer() override;
 
     /// Takes over a connection handle.
@@ -108,8 +116,10 @@ class YOVOLIB_EXPORT YNamedPipeConnectionsServer
 public:
     /// Serves "\\.\pipe\<name>".
     explicit YNamedPipeConnectionsServer(const char* name);
+    /// A copy has a path of its own.
     YNamedPipeConnectionsServer(const YNamedPipeConnectionsServer& other);
     YNamedPipeConnectionsServer& operator=(const YNamedPipeConnectionsServer& other);
+    /// shutdown().
     virtual ~YNamedPipeConnectionsServer();
 
     /// The next client within `timeoutMs` (negative: no limit), or null. With a pending
@@ -121,7 +131,9 @@ public:
     /// Gives up an instance that a time-out left pending.
     static void closePendingInstance(void* instance);
 
+    /// The whole path; null after shutdown().
     char* getPipePath() const { return _pipePath; }
+    /// 0, an errno value, or -2 for a time-out; not reset between calls.
     int getLastErrorCode() const { return _lastError; }
     /// The same words as YNamedPipe::getLastErrorString().
     QString getLastErrorString() const;
