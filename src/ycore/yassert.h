@@ -35,7 +35,8 @@ private:
 
 /// Writes the assertion record on the stream at SYSTEM level, then abort(). Never returns.
 [[noreturn]] YOVOLIB_EXPORT void failedAssertion(const char* file, unsigned int line,
-    const char* condition, const char* message, YDebug::StreamId stream);
+                                                 const char* condition, const char* message,
+                                                 YDebug::StreamId stream);
 
 /// The library's own invariant checks: a broken invariant ends the process, it never throws.
 #define Y_ASSERT(condition)                                                                        \

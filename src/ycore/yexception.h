@@ -19,8 +19,8 @@ public:
     YException(const YException& cause, const char* message);
     YException(const YException& cause, const QString& message);
     YException(const YException& cause, const char* message, const char* file, unsigned int line);
-    YException(
-        const YException& cause, const QString& message, const char* file, unsigned int line);
+    YException(const YException& cause, const QString& message, const char* file,
+               unsigned int line);
     YException(const YException& other);
     YException& operator=(const YException& other);
     ~YException() override;

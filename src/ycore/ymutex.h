@@ -11,8 +11,7 @@ class YOVOLIB_EXPORT YMutex : public YPrintable
 {
 public:
     YMutex();
-    /// Builds a fresh, unlocked mutex: neither the lock nor the counter of the source is taken
-    /// over.
+    /// Builds a fresh, unlocked mutex: neither the lock nor the counter of the source is taken over.
     YMutex(const YMutex&);
     YMutex& operator=(const YMutex&) = delete;
     ~YMutex() override;
@@ -47,19 +46,15 @@ public:
     DUMMY_LOCKER() = default;
     ~DUMMY_LOCKER() = default;
     DUMMY_LOCKER& operator=(const DUMMY_LOCKER&) { return *this; }
-    void lock() { }
-    void unlock() { }
+    void lock() {}
+    void unlock() {}
 };
 
 /// Holds a YMutex for the life of a scope.
 class YMutexLocker
 {
 public:
-    explicit YMutexLocker(YMutex& mutex)
-        : _mutex(mutex)
-    {
-        _mutex.lock();
-    }
+    explicit YMutexLocker(YMutex& mutex) : _mutex(mutex) { _mutex.lock(); }
     ~YMutexLocker() { _mutex.unlock(); }
     YMutexLocker(const YMutexLocker&) = delete;
     YMutexLocker& operator=(const YMutexLocker&) = delete;

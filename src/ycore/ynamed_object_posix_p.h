@@ -12,8 +12,7 @@
 class YNamedObjectSys
 {
 public:
-    enum OpenMode
-    {
+    enum OpenMode {
         CreateOrOpen, ///< open when someone holds it, otherwise make it afresh
         CreateExclusive, ///< make it afresh; fail with EEXIST when someone holds it
         OpenExisting ///< open it; fail with ENOENT when nobody holds it
@@ -29,7 +28,7 @@ public:
     /// `name` is a shared-memory name ("/..."). `size` is the size of a new object; an opened one
     /// is mapped whole. False with `error()` set (an errno value) on failure.
     bool open(const QByteArray& name, std::size_t size, OpenMode mode, mode_t permissions,
-        Initializer initializer = nullptr, void* context = nullptr);
+              Initializer initializer = nullptr, void* context = nullptr);
     /// Unmaps and drops this user's hold; the last user removes the object.
     void close();
 

@@ -83,14 +83,8 @@ private:
 class YOVOLIB_EXPORT YOneLockSemaphore : public YSemaphore
 {
 public:
-    explicit YOneLockSemaphore(const QString& name)
-        : YSemaphore(1, name)
-    {
-    }
-    explicit YOneLockSemaphore(const char* name)
-        : YSemaphore(1, name)
-    {
-    }
+    explicit YOneLockSemaphore(const QString& name) : YSemaphore(1, name) {}
+    explicit YOneLockSemaphore(const char* name) : YSemaphore(1, name) {}
 
     bool acquire() { return YSemaphore::acquire(1); }
     bool tryAcquire() { return YSemaphore::tryAcquire(1); }

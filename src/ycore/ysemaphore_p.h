@@ -8,17 +8,11 @@ struct YSemaphoreHandle;
 
 namespace YSemaphoreSys {
 
-enum WaitResult
-{
-    WaitObject0,
-    WaitTimeout,
-    WaitFailed,
-    WaitAbandoned
-};
+enum WaitResult { WaitObject0, WaitTimeout, WaitFailed, WaitAbandoned };
 
 /// Opens or makes the semaphore of that system name; null with `*error` set on failure.
 YSemaphoreHandle* create(const QByteArray& systemName, unsigned int initialCount,
-    unsigned int maximumCount, unsigned short permissions, int* error);
+                         unsigned int maximumCount, unsigned short permissions, int* error);
 /// Takes one token; `timeoutMs` -1 waits without limit.
 WaitResult wait(YSemaphoreHandle* handle, int timeoutMs, int* error);
 /// Adds n tokens at once, or none when that would pass the maximum.
