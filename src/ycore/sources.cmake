@@ -6,14 +6,24 @@ yovo_add_sources(
         yevent.h
         yevent_dispatcher.h
         yexception.h
+        yfile_locker_private.h
+        yfile_time_stamp.h
+        ymmap_allocator.h
+        ymmap_hash.h
         ymutex.h
+        ynamed_pipe.h
         yprintable.h
+        yreader_writer_locker.h
         ysemaphore.h
         yserializable.h
+        ysingle_instance_checker.h
         ythread.h
     PRIVATE_HEADERS
         tls_p.h
+        yfile_time_stamp_p.h
+        ymmap_allocator_p.h
         ynamed_object_posix_p.h
+        ynamed_pipe_p.h
         ysanitizer_p.h
         ysemaphore_p.h
         ythread_p.h
@@ -26,14 +36,24 @@ yovo_add_sources(
         yevent.cpp
         yevent_dispatcher.cpp
         yexception.cpp
+        yfile_locker_private.cpp
+        yfile_time_stamp.cpp
+        ymmap_allocator.cpp
+        ymmap_hash.cpp
         ymutex.cpp
+        ynamed_pipe.cpp
         yprintable.cpp
+        yreader_writer_locker.cpp
         ysemaphore.cpp
         yserializable.cpp
+        ysingle_instance_checker.cpp
         ythread.cpp
     POSIX_SOURCES
         tls_posix.cpp
+        yfile_time_stamp_posix.cpp
+        ymmap_allocator_posix.cpp
         ymutex_posix.cpp
         ynamed_object_posix.cpp
+        ynamed_pipe_posix.cpp
         ysemaphore_posix.cpp
         ythread_posix.cpp)
