@@ -6,6 +6,8 @@
 
 int runDemoPeer(DemoContext& context, const QStringList& arguments)
 {
+    if (arguments.value(0) == QLatin1String("shared-table"))
+        return demoSharedTablePeer(context, arguments);
     context.out << "unknown demo peer: " << arguments.join(QLatin1Char(' ')) << "\n";
     return 2;
 }

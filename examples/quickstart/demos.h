@@ -25,4 +25,9 @@ int demoThreads(DemoContext& context);
 /// Switches the in-memory cache on for a stream and fires a dump with a listed error id.
 int demoFlightRecorder(DemoContext& context);
 
+/// Shares a small table in shared memory with a second process of this program.
+int demoSharedTable(DemoContext& context);
+/// That second process: arguments "shared-table" <table> <tokens> <gate>.
+int demoSharedTablePeer(DemoContext& context, const QStringList& arguments);
+
 #endif // QUICKSTART_DEMOS_H

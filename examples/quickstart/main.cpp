@@ -23,6 +23,7 @@ int main(int argc, char** argv)
     failures += demoLogging(context);
     failures += demoThreads(context);
     failures += demoFlightRecorder(context);
+    failures += demoSharedTable(context);
     out << (failures ? "quickstart: FAILED\n" : "quickstart: all demos passed\n");
     out.flush();
     return failures ? 1 : 0;
