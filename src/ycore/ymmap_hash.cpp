@@ -240,6 +240,24 @@ YMMapHashBucket* YMMapHash::newEntry(const QByteArray& key, const QByteArray& va
     return bucket;
 }
 
+bool YMMapHash::appendEntry(Table& table, quint32 index, YMMapHashBucket* entry)
+{
+    // The entry is whole before the one store that links it at the end of its chain.
+    quint32* link = &table.backbone[index];
+    quint32 previous = NIL;
+    if (loadLink(link) != NIL) {
+        YMMapHashBucket* last = table.findLast(index);
+        if (!last)
+            return corrupt();
+        previous = table.offsetOf(last);
+        link = &last->next;
+    }
+    entry->prev = previous;
+    publishLink(link, table.offsetOf(entry));
+    storeWord(&_header->entriesCount, loadWord(&_header->entriesCount) + 1);
+    return true;
+}
+
 bool YMMapHash::insert(const QByteArray& key, const QByteArray& value)
 {
     if (!_header)
@@ -251,11 +269,7 @@ bool YMMapHash::insert(const QByteArray& key, const QByteArray& value)
 
     if (loadLink(&table.backbone[index]) == NIL) {
         YMMapHashBucket* entry = newEntry(key, value);
-        if (!entry)
-            return false;
-        publishLink(&table.backbone[index], table.offsetOf(entry));
-        storeWord(&_header->entriesCount, loadWord(&_header->entriesCount) + 1);
-        return true;
+        return entry && appendEntry(table, index, entry);
     }
 
     if (YMMapHashBucket* found = table.find(key, index)) {
@@ -284,15 +298,7 @@ bool YMMapHash::insert(const QByteArray& key, const QByteArray& value)
     }
 
     YMMapHashBucket* entry = newEntry(key, value);
-    if (!entry)
-        return false;
-    YMMapHashBucket* last = table.findLast(index);
-    if (!last)
-        return corrupt();
-    entry->prev = table.offsetOf(last);
-    publishLink(&last->next, table.offsetOf(entry));
-    storeWord(&_header->entriesCount, loadWord(&_header->entriesCount) + 1);
-    return true;
+    return entry && appendEntry(table, index, entry);
 }
 
 bool YMMapHash::atomicInsert(const QByteArray& key, const QByteArray& value)
@@ -306,11 +312,7 @@ bool YMMapHash::atomicInsert(const QByteArray& key, const QByteArray& value)
 
     if (loadLink(&table.backbone[index]) == NIL) {
         YMMapHashBucket* entry = newEntry(key, value);
-        if (!entry)
-            return false;
-        publishLink(&table.backbone[index], table.offsetOf(entry));
-        storeWord(&_header->entriesCount, loadWord(&_header->entriesCount) + 1);
-        return true;
+        return entry && appendEntry(table, index, entry);
     }
 
     // The entry is whole before anything links to it; the one store into the chain publishes it.
@@ -340,13 +342,7 @@ bool YMMapHash::atomicInsert(const QByteArray& key, const QByteArray& value)
         return true;
     }
 
-    YMMapHashBucket* last = table.findLast(index);
-    if (!last)
-        return corrupt();
-    entry->prev = table.offsetOf(last);
-    publishLink(&last->next, entryOffset);
-    storeWord(&_header->entriesCount, loadWord(&_header->entriesCount) + 1);
-    return true;
+    return appendEntry(table, index, entry);
 }
 
 bool YMMapHash::value(const QByteArray& key, QByteArray& out)

@@ -87,6 +87,7 @@ protected:
 private:
     struct Table;
     bool loadTable(Table& table) const;
+    bool appendEntry(Table& table, quint32 index, YMMapHashBucket* entry);
     bool noTable();
     bool corrupt();
 
