@@ -17,9 +17,14 @@
 
 namespace {
 
+// YOVO_BENCH_DIR chooses the folder: a tmpfs one (/dev/shm) shows the cost of the logging code
+// itself, a disk one adds the file system's writeback, which swings from run to run.
 QString benchFile(const char* name)
 {
-    const QString path = QDir::tempPath() + QStringLiteral("/yovolib-bench-") + QLatin1String(name);
+    const QString dir = qEnvironmentVariableIsEmpty("YOVO_BENCH_DIR")
+        ? QDir::tempPath()
+        : qEnvironmentVariable("YOVO_BENCH_DIR");
+    const QString path = dir + QStringLiteral("/yovolib-bench-") + QLatin1String(name);
     QFile::remove(path);
     return path;
 }
@@ -106,8 +111,12 @@ public:
     {
         for (const Run& run : runs) {
             auto it = run.counters.find("items_per_second");
-            if (it != run.counters.end())
-                rates[run.benchmark_name()] = it->second;
+            if (it == run.counters.end())
+                continue;
+            // With repetitions, the median stands for the case.
+            if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median")
+                continue;
+            rates[run.run_name.function_name] = it->second;
         }
         ConsoleReporter::ReportRuns(runs);
     }

@@ -293,7 +293,10 @@ YDebug& YDebug::inactive()
 YDebug& YDebug::writeItem(
     const char* cacheText, int cacheSize, const char* text, int size, bool newLine)
 {
-    handleCache(cacheText, cacheSize);
+    // With the cache off and no dump in progress the cache step can't do anything: skip the call.
+    if (!_sink || _sink->_cacheEnabled.load(std::memory_order_relaxed)
+        || _sink->_dropping.load(std::memory_order_relaxed))
+        handleCache(cacheText, cacheSize);
     if (!_active)
         return *this;
     if (_sink->_cacheEnabled.load(std::memory_order_relaxed)
@@ -301,13 +304,19 @@ YDebug& YDebug::writeItem(
         return *this; // the item went to the cache only
     if (_sink->_dropping.load(std::memory_order_relaxed))
         return *this; // the dump has written it already
-    printNewLineHeader();
-    printErrorId();
-    _line.append(text, size);
+    if (_newLine)
+        printNewLineHeader();
+    if (_printErrorId && _errorId != -1)
+        printErrorId();
+    // The text and its blank in one step.
+    const int start = _line.size();
+    _line.resize(start + size + (_space ? 1 : 0));
+    char* out = _line.data() + start;
+    memcpy(out, text, size_t(size));
+    if (_space)
+        out[size] = ' ';
     if (newLine)
         _newLine = true;
-    if (_space)
-        _line.append(' ');
     return *this;
 }
 
