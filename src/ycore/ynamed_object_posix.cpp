@@ -1,4 +1,4 @@
-// Named shared-memory objects with the lifetime of Windows kernel objects.
+// Named shared-memory objects that live exactly as long as their users, as the library promises.
 //
 // A POSIX shared-memory object outlives every process that used it, while the system this library
 // models removes a named object with its last handle and frees the handles of a crashed process.

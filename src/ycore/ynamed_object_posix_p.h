@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <sys/types.h>
 
-/// A named shared-memory object that, like a Windows kernel object, vanishes with its last user
-/// and is made afresh when all its users died. Semaphores and mappings both stand on it.
+/// A named shared-memory object that vanishes with its last user and is made afresh when all its
+/// users died. Semaphores and mappings both stand on it.
 class YNamedObjectSys
 {
 public:
