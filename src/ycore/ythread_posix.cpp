@@ -178,6 +178,5 @@ void YThreadPrivate::sleepSys(unsigned int milliseconds)
     remaining.tv_sec = time_t(milliseconds / 1000);
     remaining.tv_nsec = long(milliseconds % 1000) * 1000000L;
     // A signal doesn't shorten the sleep: the rest is slept again.
-    while (nanosleep(&remaining, &remaining) == -1 && errno == EINTR) {
-    }
+    while (nanosleep(&remaining, &remaining) == -1 && errno == EINTR) { }
 }
