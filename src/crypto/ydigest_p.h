@@ -10,6 +10,29 @@
 
 namespace ydigest {
 
+// Copies of a digest share one running state, which counts its owners in its `owners` field so
+// that the last owner frees it. These are the only places that touch the count.
+template<class Context> inline Context* adopt(Context* context)
+{
+    ++context->owners;
+    return context;
+}
+
+template<class Context> inline void release(Context* context)
+{
+    if (--context->owners == 0)
+        delete context;
+}
+
+template<class Context> inline void reassign(Context*& mine, Context* theirs)
+{
+    if (mine == theirs)
+        return;
+    adopt(theirs);
+    release(mine);
+    mine = theirs;
+}
+
 // memcpy keeps the loads legal for unaligned input; compilers turn it into one move (and a bswap
 // where the order differs from the machine's).
 inline uint32_t load32le(const unsigned char* p)

@@ -195,26 +195,19 @@ YMD5::YMD5()
 }
 
 YMD5::YMD5(const YMD5& other)
-    : _context(other._context)
+    : _context(ydigest::adopt(other._context))
 {
-    ++_context->owners;
 }
 
 YMD5& YMD5::operator=(const YMD5& other)
 {
-    if (_context != other._context) {
-        ++other._context->owners;
-        if (--_context->owners == 0)
-            delete _context;
-        _context = other._context;
-    }
+    ydigest::reassign(_context, other._context);
     return *this;
 }
 
 YMD5::~YMD5()
 {
-    if (--_context->owners == 0)
-        delete _context;
+    ydigest::release(_context);
 }
 
 void YMD5::appendBlock(const QByteArray& data)

@@ -288,27 +288,20 @@ YSHA256::YSHA256()
 
 YSHA256::YSHA256(const YSHA256& other)
     : YHMacProvider(other)
-    , _context(other._context)
+    , _context(ydigest::adopt(other._context))
 {
-    ++_context->owners;
 }
 
 YSHA256& YSHA256::operator=(const YSHA256& other)
 {
     YHMacProvider::operator=(other);
-    if (_context != other._context) {
-        ++other._context->owners;
-        if (--_context->owners == 0)
-            delete _context;
-        _context = other._context;
-    }
+    ydigest::reassign(_context, other._context);
     return *this;
 }
 
 YSHA256::~YSHA256()
 {
-    if (--_context->owners == 0)
-        delete _context;
+    ydigest::release(_context);
 }
 
 void YSHA256::appendBlock(const QByteArray& data)
