@@ -48,11 +48,13 @@ public:
             peer.killHard();
         }
         std::sort(startUs.begin(), startUs.end());
-        // Half again the usual start-up time: a good share of the kills finds the helper at
-        // work, the rest before or while it opens the object.
+        // Half again the usual start-up time to begin with; killAtRandom adjusts it.
         _rangeUs = std::max<qint64>(2000, startUs[1] * 3 / 2);
     }
     /// Starts the helper, waits a random time and kills it; true when it had said "ready".
+    /// The range follows the machine's load as it changes: it widens after a kill that came
+    /// before "ready" and narrows after one that came after, so that about half the kills find
+    /// the helper at work and the other half before or inside its first calls.
     bool killAtRandom(shmtest::Peer& peer, const QStringList& arguments)
     {
         if (!peer.start(peerPath(), arguments))
@@ -60,7 +62,10 @@ public:
         const qint64 delay = std::uniform_int_distribution<qint64>(0, _rangeUs)(_random);
         std::this_thread::sleep_for(std::chrono::microseconds(delay));
         peer.killHard();
-        return peer.rest().startsWith("ready");
+        const bool ready = peer.rest().startsWith("ready");
+        _rangeUs = ready ? std::max<qint64>(2000, _rangeUs * 49 / 50)
+                         : std::min<qint64>(2000000, _rangeUs * 51 / 50);
+        return ready;
     }
     qint64 rangeUs() const { return _rangeUs; }
 
