@@ -32,8 +32,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             abort();
         return 0;
     }
-    // Empty data compresses to nothing at all, which is no stream: that way round only data.
-    if (!output.isEmpty()
+    // Empty data compresses to nothing at all, which is no stream: that way round only data. Big
+    // expansions are left to the unit tests, so that the fuzzer keeps its pace.
+    if (!output.isEmpty() && output.size() <= (64 << 10)
         && YCompress::zlibUncompress(YCompress::zlibCompress(output, 1)) != output)
         abort();
     return 0;
