@@ -97,6 +97,33 @@ public:
 
     const FileMap& directives() const;
 
+    // Changes of the table, in memory only; `file` arguments are the table's absolute names.
+    /// Normalises the value and sets it on the key's first entry in the first file that has it.
+    /// Never creates a directive.
+    void setStringValue(const QString& key, const QString& value);
+    /// Stores the value as given, creating the file's entry or the directive when missing.
+    void setStringValue(
+        const QString& section, const QString& key, const QString& value, const QString& file);
+    /// Adds an entry without a section, also when the key exists; false for a file not scanned.
+    bool addDirective(const QString& key, const QString& file, const QString& value);
+    bool addDirective(const QString& key, const YScanDirDirectiveValue& value);
+    /// Removes the matching entry; a key with a single entry goes whatever `value` says.
+    bool removeDirective(const QString& key, const QString& file, const QString& value);
+    bool setFileContent(const QString& file, const std::list<YScanDirDirectiveValueEx>& directives);
+    /// Takes ownership; copies of this scanner share the sorter.
+    void setExtensionsWriteSorter(IYScanDirValueSorter* sorter);
+
+    // Writing.
+    /// Rewrites every file of the table in place, keeping each line the table does not own.
+    void flush();
+    /// Regenerates every file of the table from the table alone; comments are lost.
+    void flushWithSections();
+    /// Copies each file of the table to "<file>.backup", one generation only.
+    void backup();
+    /// Scans one file, sets one directive and writes the file back.
+    static void modifyDirective(
+        YDebug::StreamId stream, const QString& file, const QString& key, const QString& value);
+
     /// Whether two values mean the same: quotes, "on"/"off" and the kind of slash don't count.
     static bool compareStrings(const QString& first, const QString& second);
     /// Replaces the metadata of all scanners; meant for the start-up of the process.
@@ -110,9 +137,16 @@ protected:
     DirectiveMatchCode doFindDirective(DirectiveMap& directives, const QString& key,
         const QString& value, DirectiveMap::iterator& found);
     bool isIniLine(const QByteArray& line, QString& key, QString& value);
+    void doWriteFile(const QString& file, DirectiveMap directives);
+    void doWriteFileWithSections(const QString& file, const DirectiveMap& directives);
+    void doWriteExtensions(const QString& key, DirectiveMap& directives, QByteArray& out);
+    /// The value as it is written: quoted when it holds a character that the syntax would
+    /// otherwise take for itself.
+    static QString doNormalizeValue(const QString& key, const QString& value);
 
 private:
     void removeDuplicateFiles();
+    bool writeFileContent(const QByteArray& content, const QString& file);
     static QString tableName(const QString& file);
     const YScanDirDirectiveValue* findInFile(
         const QString& section, const QString& key, const QString& file) const;

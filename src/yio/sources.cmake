@@ -2,6 +2,11 @@ yovo_add_sources(
     PUBLIC_HEADERS
         scan_dir.h
         yovo_server_info.h
+    PRIVATE_HEADERS
+        scan_dir_p.h
     SOURCES
         scan_dir.cpp
-        yovo_server_info.cpp)
+        scan_dir_rewrite.cpp
+        yovo_server_info.cpp
+    POSIX_SOURCES
+        scan_dir_posix.cpp)
