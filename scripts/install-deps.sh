@@ -9,6 +9,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libspdlog-dev libssl-dev libboost-dev
     lldb
+    php8.2-cli
 )
 
 missing=()
