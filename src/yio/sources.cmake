@@ -18,3 +18,6 @@ yovo_add_sources(
     POSIX_SOURCES
         parameters_registry_posix.cpp
         scan_dir_posix.cpp)
+
+# The deployment descriptor of the parameter registry is XML.
+target_link_libraries(yovolib PRIVATE Qt5::Xml)
