@@ -74,21 +74,26 @@ void YPhpIniParser::read(QTextStream& stream, const QString& onlyKey)
         int end = text.indexOf(QLatin1Char('\n'), start);
         if (end < 0)
             end = size;
-        // trimmed() also takes the CR of a CR LF line end.
-        readLine(text.mid(start, end - start), onlyKey);
+        readLine(text.constData() + start, text.constData() + end, onlyKey);
         start = end + 1;
     }
 }
 
-void YPhpIniParser::readLine(const QString& rawLine, const QString& onlyKey)
+void YPhpIniParser::readLine(const QChar* begin, const QChar* end, const QString& onlyKey)
 {
-    const QString line = rawLine.trimmed();
-    if (line.isEmpty())
+    // Trimmed as by QString::trimmed(), which also takes the CR of a CR LF line end; most lines
+    // of a php.ini are comments, and are passed over without being copied.
+    while (begin < end && begin->isSpace())
+        ++begin;
+    while (end > begin && end[-1].isSpace())
+        --end;
+    if (begin == end)
         return;
-    if (line.startsWith(QLatin1Char('[')) && line.endsWith(QLatin1Char(']')))
+    if (*begin == QLatin1Char('[') && end[-1] == QLatin1Char(']'))
         return;
-    if (line.startsWith(QLatin1Char(';')))
+    if (*begin == QLatin1Char(';'))
         return;
+    const QString line(begin, int(end - begin));
     const int equals = line.indexOf(QLatin1Char('='));
     if (equals <= 0) {
         reportParseError(line, "'");

@@ -67,7 +67,7 @@ protected:
 
 private:
     void read(const QString& fileName, const QString& onlyKey);
-    void readLine(const QString& rawLine, const QString& onlyKey);
+    void readLine(const QChar* begin, const QChar* end, const QString& onlyKey);
     bool acceptsKey(const QString& key) const;
     static long toLongValue(const QString& value, const QString& key);
 

@@ -6,12 +6,15 @@
 // key and value become QStrings. Lines the table does not own are never decoded at all.
 #include "scan_dir.h"
 
+#include "scan_dir_p.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
 
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 YScanDir::MetadataMap YScanDir::s_metadata;
@@ -20,52 +23,65 @@ IYScanDirValueSorter::~IYScanDirValueSorter() = default;
 
 namespace {
 
-enum LineKind
+// The white space of QByteArray::trimmed().
+inline bool isBlank(char c)
 {
-    NotADirective,
-    SectionHeader,
-    DirectiveLine
-};
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
 
-// Steps shared by the scan and by the rewriter's line test. With `sections` false a header is
-// just another line, so "[a=b]" reads as the key "[a" with the value "b]".
-LineKind parseLine(const QByteArray& raw, bool sections, QString& key, QString& value)
+inline const char* find(const char* from, const char* end, char c)
 {
-    const QByteArray line = raw.trimmed();
-    if (line.isEmpty())
-        return NotADirective;
-    if (sections && line.startsWith('[') && line.endsWith(']')) {
-        key = QString::fromUtf8(line.constData() + 1, line.indexOf(']') - 1);
-        return SectionHeader;
+    return from < end ? static_cast<const char*>(std::memchr(from, c, size_t(end - from)))
+                      : nullptr;
+}
+
+} // namespace
+
+// Steps shared by the scan and by the rewriter's line test, on the bytes of one line without its
+// LF. With `sections` false a header is just another line, so "[a=b]" reads as the key "[a" with
+// the value "b]". Works on the bytes in place: only key and value are ever copied.
+YScanDirLineKind yScanDirParseLine(
+    const char* begin, const char* end, bool sections, QString& key, QString& value)
+{
+    while (begin < end && isBlank(*begin))
+        ++begin;
+    while (end > begin && isBlank(end[-1]))
+        --end;
+    if (begin == end)
+        return YScanDirLineKind::NotADirective;
+    if (sections && *begin == '[' && end[-1] == ']') {
+        const char* close = find(begin, end, ']');
+        key = QString::fromUtf8(begin + 1, int(close - begin - 1));
+        return YScanDirLineKind::SectionHeader;
     }
-    if (line.startsWith(';'))
-        return NotADirective;
-    const int equals = line.indexOf('=');
-    if (equals < 0)
-        return NotADirective;
+    if (*begin == ';')
+        return YScanDirLineKind::NotADirective;
+    const char* equals = find(begin, end, '=');
+    if (!equals)
+        return YScanDirLineKind::NotADirective;
 
-    const char* data = line.constData();
-    const int valueStart = equals + 1;
-    const int valueSize = line.size() - valueStart;
+    const char* valueStart = equals + 1;
     // The value is not trimmed before the quote test: only a quote right behind "=" protects a
     // ";", so `a = "x;y"` reads as `"x`. // kept: scanner-quote-after-blank
-    int commentFrom = 0;
-    if (valueSize > 0 && data[valueStart] == '"') {
-        const int closing = line.indexOf('"', valueStart + 1);
-        if (closing < 0)
-            return NotADirective;
-        commentFrom = closing + 1 - valueStart;
+    const char* commentFrom = valueStart;
+    if (valueStart < end && *valueStart == '"') {
+        const char* closing = find(valueStart + 1, end, '"');
+        if (!closing)
+            return YScanDirLineKind::NotADirective;
+        commentFrom = closing + 1;
     }
-    int valueLength = valueSize;
-    const int semicolon = line.indexOf(';', valueStart + commentFrom);
+    const char* valueEnd = end;
+    const char* semicolon = find(commentFrom, end, ';');
     // A ";" right behind "=" is part of the value, so `a=;c` reads as ";c".
-    if (semicolon > valueStart)
-        valueLength = semicolon - valueStart;
+    if (semicolon && semicolon > valueStart)
+        valueEnd = semicolon;
 
-    key = QString::fromUtf8(data, equals).trimmed();
-    value = QString::fromUtf8(data + valueStart, valueLength).trimmed();
-    return DirectiveLine;
+    key = QString::fromUtf8(begin, int(equals - begin)).trimmed();
+    value = QString::fromUtf8(valueStart, int(valueEnd - valueStart)).trimmed();
+    return YScanDirLineKind::DirectiveLine;
 }
+
+namespace {
 
 QString removeOneQuotePair(QString text)
 {
@@ -178,25 +194,26 @@ void YScanDir::doParseFileContent(const QByteArray& content, const QString& file
         int end = content.indexOf('\n', start);
         if (end < 0)
             end = size;
-        const QByteArray line = QByteArray::fromRawData(content.constData() + start, end - start);
-        start = end + 1;
-        switch (parseLine(line, true, key, value)) {
-        case SectionHeader:
+        const char* data = content.constData();
+        switch (yScanDirParseLine(data + start, data + end, true, key, value)) {
+        case YScanDirLineKind::SectionHeader:
             section = key;
             break;
-        case DirectiveLine:
+        case YScanDirLineKind::DirectiveLine:
             directives.emplace(key, YScanDirDirectiveValue {value, file, section});
             break;
-        case NotADirective:
+        case YScanDirLineKind::NotADirective:
             break;
         }
+        start = end + 1;
     }
     _directives[file] = std::move(directives);
 }
 
 bool YScanDir::isIniLine(const QByteArray& line, QString& key, QString& value)
 {
-    return parseLine(line, false, key, value) == DirectiveLine;
+    return yScanDirParseLine(line.constData(), line.constData() + line.size(), false, key, value)
+        == YScanDirLineKind::DirectiveLine;
 }
 
 QString YScanDir::tableName(const QString& file)

@@ -1,9 +1,22 @@
-// Not part of the YovoLib API: the operating system's side of replacing a configuration file.
+// Not part of the YovoLib API: the scanner's line rules, shared by its reading and writing halves,
+// and the operating system's side of replacing a configuration file.
 #ifndef YOVOLIB_SCAN_DIR_P_H
 #define YOVOLIB_SCAN_DIR_P_H
 
 #include <QByteArray>
 #include <QString>
+
+enum class YScanDirLineKind
+{
+    NotADirective,
+    SectionHeader,
+    DirectiveLine
+};
+
+/// The scanner's line rules on the bytes of one line (without its LF). For a header, `key`
+/// receives the section's name.
+YScanDirLineKind yScanDirParseLine(
+    const char* begin, const char* end, bool sections, QString& key, QString& value);
 
 namespace YScanDirSys {
 

@@ -182,11 +182,13 @@ void YScanDir::doWriteFile(const QString& file, DirectiveMap directives)
         int end = content.indexOf('\n', start);
         if (end < 0)
             end = size;
-        const QByteArray line = QByteArray::fromRawData(content.constData() + start, end - start);
+        const char* line = content.constData() + start;
+        const int length = end - start;
         start = end + 1;
 
-        if (!isIniLine(line, key, value)) {
-            out.append(line.constData(), line.size());
+        if (yScanDirParseLine(line, line + length, false, key, value)
+            != YScanDirLineKind::DirectiveLine) {
+            out.append(line, length);
             out += '\n';
         } else if (key == EXTENSION) {
             if (!extensionWritten) {
