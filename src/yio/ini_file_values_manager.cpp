@@ -115,6 +115,7 @@ void YIniFileValuesManager::addIniDir(const QFileInfo& dir)
             __FILE__, __LINE__);
     }
     // No name filter, unlike YPhpIniParser::addDirectory: every readable file is read as ini text.
+    // kept: values-manager-every-file
     const QStringList names
         = QDir(path).entryList(QDir::Files | QDir::Readable | QDir::NoDotAndDotDot, QDir::NoSort);
     for (const QString& name : names)

@@ -85,6 +85,8 @@ YScanDirSys::ReplaceResult YScanDirSys::replaceFile(const QString& file, const Q
         result.error = errno;
         return result;
     }
+    // The text ends at its first NUL and the shortfall fails the write. // kept:
+    // rewrite-nul-ends-text
     const size_t length = qstrnlen(content.constData(), uint(content.size()));
     errno = 0;
     const size_t written = length > 0 ? std::fwrite(content.constData(), 1, length, stream) : 0;

@@ -186,6 +186,8 @@ void YScanDir::doWriteFile(const QString& file, DirectiveMap directives)
         const int length = end - start;
         start = end + 1;
 
+        // Sections play no part here: a header holding "=" reads as a directive that the table
+        // lacks, and leaves the file. // kept: rewrite-header-with-equals
         if (yScanDirParseLine(line, line + length, false, key, value)
             != YScanDirLineKind::DirectiveLine) {
             out.append(line, length);
