@@ -191,9 +191,7 @@ void YScanDir::doParseFileContent(const QByteArray& content, const QString& file
     int start = 0;
     const int size = content.size();
     while (start <= size) {
-        int end = content.indexOf('\n', start);
-        if (end < 0)
-            end = size;
+        const int end = yScanDirLineEnd(content, start);
         const char* data = content.constData();
         switch (yScanDirParseLine(data + start, data + end, true, key, value)) {
         case YScanDirLineKind::SectionHeader:

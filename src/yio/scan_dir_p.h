@@ -6,6 +6,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include <cstring>
+
 enum class YScanDirLineKind
 {
     NotADirective,
@@ -17,6 +19,16 @@ enum class YScanDirLineKind
 /// receives the section's name.
 YScanDirLineKind yScanDirParseLine(
     const char* begin, const char* end, bool sections, QString& key, QString& value);
+
+/// Where the line that starts at `start` ends: its LF, or the end of the text.
+inline int yScanDirLineEnd(const QByteArray& text, int start)
+{
+    const int size = text.size();
+    if (start >= size)
+        return size;
+    const void* found = std::memchr(text.constData() + start, '\n', size_t(size - start));
+    return found ? int(static_cast<const char*>(found) - text.constData()) : size;
+}
 
 namespace YScanDirSys {
 

@@ -179,9 +179,7 @@ void YScanDir::doWriteFile(const QString& file, DirectiveMap directives)
     int start = 0;
     const int size = content.size();
     while (start <= size) {
-        int end = content.indexOf('\n', start);
-        if (end < 0)
-            end = size;
+        const int end = yScanDirLineEnd(content, start);
         const char* line = content.constData() + start;
         const int length = end - start;
         start = end + 1;
