@@ -18,6 +18,7 @@ development=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libspdlog-dev libssl-dev libboost-dev
     lldb python3
+    php8.2-cli libinih-dev
 )
 
 packages=("${runtime[@]}")

@@ -4,6 +4,8 @@
 
 #include <yovolib/yovolib.h>
 
+#include <QFile>
+
 #include <cstdio>
 #include <unistd.h>
 
@@ -148,6 +150,36 @@ int main()
     check(pipe->getPipePath() != nullptr, "YNamedPipe");
     YNamedPipeConnectionsServer connections((name + "_pipes").constData());
     check(connections.getPipePath() != nullptr, "YNamedPipeConnectionsServer");
+
+    // Configuration
+    const QString iniPath = QStringLiteral("/tmp/%1.ini").arg(QString::fromLatin1(name));
+    {
+        QFile ini(iniPath);
+        check(ini.open(QIODevice::WriteOnly) && ini.write("k = 1 ; note\n") > 0, "ini file");
+    }
+    YPhpIniParser parser;
+    parser.addFile(iniPath);
+    check(parser.longValue(QStringLiteral("k")) == 1, "YPhpIniParser");
+    YScanDir::modifyDirective(YDebug::STDERR, iniPath, QStringLiteral("k"), QStringLiteral("2"));
+    YScanDir scanner;
+    scanner.addFile(iniPath);
+    scanner.scan();
+    check(scanner.getInt(QStringLiteral("k"), 0) == 2, "YScanDir");
+    IYScanDirValueSorter* sorter = nullptr;
+    scanner.setExtensionsWriteSorter(sorter);
+    YParametersRegistry::init(QStringLiteral(
+        "<deploymentDescriptor><parameters><p name=\"port\" type=\"int\"><defaultValues>"
+        "<defaultValue><fixed>80</fixed></defaultValue></defaultValues></p></parameters>"
+        "</deploymentDescriptor>"));
+    YParametersRegistry* registry = YParametersRegistry::getInstance();
+    YIniFileValuesManager values(QStringList(iniPath), registry->getParametersHash());
+    registry->addParameterValuesManager(&values);
+    check(registry->getType(QStringLiteral("port")) == QVariant::Int
+            && values.getValue(QStringLiteral("port")) == QLatin1String("80"),
+        "YParametersRegistry, YIniFileValuesManager");
+    QFile::remove(iniPath);
+    YovoServerInfo serverInfo(QStringLiteral("/nonexistent"), QString());
+    check(serverInfo.getTmp() == QLatin1String("/nonexistent/tmp"), "YovoServerInfo");
 
     // Hashes, ciphers, compression
     check(YMD5::hash("") == "D41D8CD98F00B204E9800998ECF8427E", "YMD5");
