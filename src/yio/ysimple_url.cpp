@@ -56,7 +56,9 @@ void YSimpleURL::setHeader(const QByteArray& name, const QByteArray& value)
 void YSimpleURL::addQueryItem(const QByteArray& name, const QByteArray& value)
 {
     QUrlQuery query(_query);
-    query.addQueryItem(QString::fromUtf8(name), QString::fromUtf8(value));
+    // An empty value still gets its "=", as form encoding has it.
+    query.addQueryItem(
+        QString::fromUtf8(name), value.isEmpty() ? QStringLiteral("") : QString::fromUtf8(value));
     _query.setQuery(query);
 }
 

@@ -125,8 +125,11 @@ YWebApiResponse YWebApi::callWebapi(type apiType, const ParameterList& parameter
     }
 
     QUrlQuery query;
-    for (const QPair<QByteArray, QByteArray>& parameter : parameters)
-        query.addQueryItem(QString::fromUtf8(parameter.first), QString::fromUtf8(parameter.second));
+    for (const QPair<QByteArray, QByteArray>& parameter : parameters) {
+        // An empty value still gets its "=", as form encoding has it.
+        query.addQueryItem(QString::fromUtf8(parameter.first),
+            parameter.second.isEmpty() ? QStringLiteral("") : QString::fromUtf8(parameter.second));
+    }
     const QByteArray encoded = query.query(QUrl::FullyEncoded).toLatin1();
 
     QByteArray body;

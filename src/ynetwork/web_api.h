@@ -15,7 +15,7 @@
 class YOVOLIB_EXPORT YWebApiResponse : public QDomDocument
 {
 public:
-    /// Parses the text; a text that isn't XML leaves the document empty.
+    /// Parses the text; whatever the parser made of a text that isn't well-formed stays.
     explicit YWebApiResponse(const QByteArray& xml);
     int getStatus();
     void setStatus(int status);
