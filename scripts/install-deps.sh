@@ -9,6 +9,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libspdlog-dev libssl-dev libboost-dev
     lldb
+    nginx openssl libcurl4-openssl-dev python3
 )
 
 missing=()

@@ -70,7 +70,7 @@ QNetworkRequest YSimpleURL::prepareRequest(const QString& url, bool forFetch)
     const QUrl target(url);
     QNetworkRequest request(target);
     if (forFetch) {
-        // kept: redirect-attribute — set on the request, where the network layer never reads it.
+        // kept: redirect-attribute - set on the request, where the network layer never reads it.
         request.setAttribute(QNetworkRequest::RedirectionTargetAttribute, true);
     }
     for (const QPair<QByteArray, QByteArray>& header : qAsConst(_headers)) {
@@ -97,7 +97,8 @@ QByteArray YSimpleURL::fetch(const QString& url, int timeoutMs)
     _reply = manager.get(request);
 
     YSimpleURLRequestEventLoop loop(_reply);
-    QTimer::singleShot(effectiveTimeout(timeoutMs), &loop, SLOT(quit()));
+    // A coarse timer, Qt's choice from two seconds on, may fire up to 5% early.
+    QTimer::singleShot(effectiveTimeout(timeoutMs), Qt::PreciseTimer, &loop, SLOT(quit()));
     connect(_reply, SIGNAL(finished()), &loop, SLOT(quit()));
     connect(&manager, SIGNAL(sslErrors(QNetworkReply*, const QList<QSslError>&)), &loop,
         SLOT(sslErrorsFromManager(QNetworkReply*, const QList<QSslError>&)));
@@ -105,7 +106,7 @@ QByteArray YSimpleURL::fetch(const QString& url, int timeoutMs)
 
     _status = _reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     _body = _reply->readAll();
-    // kept: timeout-text — a refused connection also reads as a time-out.
+    // kept: timeout-text - a refused connection also reads as a time-out.
     _errorText
         = _status == 0 ? QStringLiteral("Timeout while reading response") : _reply->errorString();
     // A request that the timer ended is not aborted: it goes with the manager.
@@ -123,7 +124,7 @@ QByteArray YSimpleURL::post(const QString& url, const QByteArray& data, int time
     const int timeout = effectiveTimeout(timeoutMs);
     loop.processEvents();
     connect(_reply, SIGNAL(finished()), &loop, SLOT(quit()));
-    QTimer::singleShot(timeout, &loop, SLOT(quit()));
+    QTimer::singleShot(timeout, Qt::PreciseTimer, &loop, SLOT(quit()));
     loop.exec();
 
     _status = _reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();

@@ -101,6 +101,8 @@ QNetworkReply* YHttpRequest::get(QNetworkRequest& request, YDebug::StreamId stre
     QNetworkReply* reply = _manager.get(request);
 
     QTimer timer;
+    // A coarse timer may fire up to 5% early; the limit is never to be shorter than stated.
+    timer.setTimerType(Qt::PreciseTimer);
     delete _eventLoop;
     _eventLoop = new YHttpRequestEventLoop(reply, stream);
 
@@ -114,6 +116,7 @@ QNetworkReply* YHttpRequest::get(QNetworkRequest& request, YDebug::StreamId stre
         SLOT(sslErrors(const QList<QSslError>&)));
     QObject::connect(&timer, SIGNAL(timeout()), _eventLoop, SLOT(timeout()));
 
+    // kept: timeout-from-start - the limit counts from here and progress never restarts it.
     timer.start(REQUEST_TIMEOUT_MS);
     _eventLoop->exec();
     timer.stop();
@@ -121,9 +124,9 @@ QNetworkReply* YHttpRequest::get(QNetworkRequest& request, YDebug::StreamId stre
     const QString redirectUrl = _eventLoop->getRedirectUrl();
     if (!redirectUrl.isEmpty()) {
         reply->deleteLater();
-        // kept: unresolved-redirect — a relative target is requested as it stands.
+        // kept: unresolved-redirect - a relative target is requested as it stands.
         request.setUrl(QUrl(redirectUrl));
-        // kept: endless-redirects — each hop is a new call, with no limit on their number.
+        // kept: endless-redirects - each hop is a new call, with no limit on their number.
         return get(request, stream);
     }
     return reply;

@@ -109,12 +109,12 @@ YWebApiResponse YWebApi::callWebapi(type apiType, const ParameterList& parameter
 
     const QString path = QStringLiteral("/YovoServer/") + typeToUrl(apiType);
     QString url = _url + path;
-    // kept: https-prefix — a URL given with "https://" becomes "http://https://..." at the first
+    // kept: https-prefix - a URL given with "https://" becomes "http://https://..." at the first
     // call.
     if (!url.startsWith(QLatin1String("http://")))
         url.prepend(QLatin1String("http://"));
 
-    // kept: url-loses-scheme — the stored URL itself loses its scheme, for every later call.
+    // kept: url-loses-scheme - the stored URL itself loses its scheme, for every later call.
     _url.replace(QRegExp(QStringLiteral("https?://"), Qt::CaseSensitive), QString());
     const QString& host = _url;
 

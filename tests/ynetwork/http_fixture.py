@@ -130,10 +130,11 @@ def read_pid(path):
 
 
 def alive(pid):
+    # A process that ended but that nobody reaped yet (a container without an init) counts as gone.
     try:
-        os.kill(pid, 0)
-        return True
-    except OSError:
+        with open("/proc/{}/stat".format(pid)) as f:
+            return f.read().rsplit(")", 1)[1].split()[0] != "Z"
+    except (OSError, IndexError):
         return False
 
 

@@ -8,6 +8,10 @@
 #include <QPointer>
 #include <QThread>
 
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
 using yovotest::fixturePort;
 using yovotest::fixtureUrl;
 
@@ -226,4 +230,72 @@ TEST_F(YHttpRequestTest, HugeHeaderIsRead)
     QNetworkReply* reply = http.get(request, YDebug::STDERR);
     EXPECT_EQ(YHttpReply(reply).getHttpStatus(), 200);
     EXPECT_EQ(reply->rawHeader("X-Huge"), QByteArray(1048576, 'h'));
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+#define YOVO_UNDER_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define YOVO_UNDER_ASAN 1
+#endif
+#endif
+#ifndef YOVO_UNDER_ASAN
+#define YOVO_UNDER_ASAN 0
+#endif
+
+namespace {
+
+// Runs one get on a thread with a small stack, so that an endless chain of redirections reaches
+// the end of the stack after a few hundred hops instead of tens of thousands.
+class SmallStackGet : public QThread
+{
+public:
+    explicit SmallStackGet(const QString& url)
+        : _url(url)
+    {
+        setStackSize(256 * 1024);
+    }
+
+protected:
+    void run() override
+    {
+        YHttpRequest http;
+        QNetworkRequest request {QUrl(_url)};
+        http.get(request, YDebug::STDERR);
+    }
+
+private:
+    QString _url;
+};
+
+} // namespace
+
+// Nothing counts the hops, so a cycle ends only with the stack.
+TEST_F(YHttpRequestTest, RedirectCycleEndsWithTheStack)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const QString url = fixtureUrl("plain", "/loop");
+#if YOVO_UNDER_ASAN
+    // The address sanitizer reports the overflow itself and exits.
+    EXPECT_DEATH(
+        {
+            SmallStackGet thread(url);
+            thread.start();
+            thread.wait(60000);
+            // Only reached if the cycle ended some other way.
+            std::fprintf(stderr, "the redirect cycle ended without exhausting the stack\n");
+            std::exit(0);
+        },
+        "stack-overflow");
+#else
+    EXPECT_EXIT(
+        {
+            SmallStackGet thread(url);
+            thread.start();
+            thread.wait(60000);
+            std::fprintf(stderr, "the redirect cycle ended without exhausting the stack\n");
+            std::exit(0);
+        },
+        ::testing::KilledBySignal(SIGSEGV), "");
+#endif
 }

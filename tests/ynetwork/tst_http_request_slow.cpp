@@ -18,7 +18,7 @@ protected:
 
 } // namespace
 
-// kept: timeout-from-start — progress doesn't extend the 30 seconds.
+// Progress does not extend the 30 seconds: they count from the start.
 TEST_F(YHttpRequestSlowTest, BodyStillArrivingAfterThirtySecondsIsCutOff)
 {
     yovotest::TempDir dir;
@@ -41,9 +41,9 @@ TEST_F(YHttpRequestSlowTest, BodyStillArrivingAfterThirtySecondsIsCutOff)
     EXPECT_EQ(outcome.getHttpStatus(), 200);
     EXPECT_EQ(reply->error(), QNetworkReply::OperationCanceledError);
     EXPECT_EQ(outcome.errorString(), QStringLiteral("Operation canceled"));
-    const QByteArray body = reply->readAll();
-    EXPECT_GT(body.size(), 100);
-    EXPECT_LT(body.size(), 160);
+    // The abort closes the reply: what had arrived is gone with it.
+    EXPECT_FALSE(reply->isOpen());
+    EXPECT_TRUE(reply->isFinished());
     EXPECT_EQ(yovotest::maskTimestamps(yovotest::readFile(path)),
         "[HT <TS> ERROR] " + url.toLatin1() + " error: No network activity \r\n");
 }

@@ -259,7 +259,7 @@ TEST_F(YWebApiTest, HttpSchemeIsLeftOutOfTheSignedHost)
     }
 }
 
-// kept: https-prefix — the first call goes to "http://https://...", later ones to plain http.
+// The first call goes to "http://https://...", later ones to plain http.
 TEST_F(YWebApiTest, HttpsSchemeFailsTheFirstCallOnly)
 {
     YWebApi api(QStringLiteral("https://") + hostPort(), QString(), QString());
