@@ -1,6 +1,6 @@
 #include "http_test_servers.h"
-#include "web_api.h"
-#include "yexception.h"
+// Through the umbrella header, which must carry the HTTP classes.
+#include "yovolib.h"
 
 #include <gtest/gtest.h>
 
@@ -106,6 +106,16 @@ TEST(YWebApiSignature, KeysLongerThanABlockAndEmptyKeysAreHandled)
     const QByteArray hexKey
         = QByteArray(reinterpret_cast<const char*>(digest), static_cast<int>(length)).toHex();
     EXPECT_EQ(YWebApi::getSignature(longKey, "a", "b", "d"), referenceHmac(hexKey, text));
+}
+
+TEST(YWebApiStatic, UmbrellaHeaderCarriesTheHttpClasses)
+{
+    YSimpleURL url;
+    YHttpRequest http;
+    YHttpReply reply(nullptr);
+    YWebApiResponse response("<a/>");
+    EXPECT_EQ(url.getHeaders().size(), 0);
+    EXPECT_EQ(response.documentElement().tagName(), QStringLiteral("a"));
 }
 
 TEST(YWebApiStatic, UserAgentAndRoutes)
