@@ -142,7 +142,7 @@ TEST(YWebApiStatic, TypeTwelveThrows)
     } catch (const YException& e) {
         EXPECT_TRUE(QByteArray(e.what()).endsWith(" YWebApi::type type out of bounds")) << e.what();
     }
-    EXPECT_THROW(api.typeToUrl(static_cast<YWebApi::type>(-1)), YException);
+    EXPECT_THROW(api.typeToUrl(static_cast<YWebApi::type>(15)), YException);
     EXPECT_THROW(api.get(static_cast<YWebApi::type>(12), {}), YException);
 }
 
