@@ -299,3 +299,37 @@ TEST_F(YHttpRequestTest, RedirectCycleEndsWithTheStack)
         ::testing::KilledBySignal(SIGSEGV), "");
 #endif
 }
+
+namespace {
+
+QStringList g_dump;
+
+void collectDump(QtMsgType, const QMessageLogContext&, const QString& message)
+{
+    g_dump.append(message);
+}
+
+// The receivers of the reply's signals, as Qt's own object dump lists them.
+QString connectionsOf(QObject* object)
+{
+    g_dump.clear();
+    const QtMessageHandler previous = qInstallMessageHandler(collectDump);
+    object->dumpObjectInfo();
+    qInstallMessageHandler(previous);
+    return g_dump.join(QLatin1Char('\n'));
+}
+
+} // namespace
+
+TEST_F(YHttpRequestTest, SecondGetDeletesTheFirstLoop)
+{
+    YHttpRequest http;
+    QNetworkRequest request(QUrl(fixtureUrl("plain", "/hello.txt")));
+    QNetworkReply* first = http.get(request, YDebug::STDERR);
+    const QString before = connectionsOf(first);
+    EXPECT_TRUE(before.contains(QStringLiteral("YHttpRequestEventLoop"))) << before.toStdString();
+    http.get(request, YDebug::STDERR);
+    const QString after = connectionsOf(first);
+    EXPECT_FALSE(after.contains(QStringLiteral("YHttpRequestEventLoop"))) << after.toStdString();
+    EXPECT_EQ(first->readAll(), HELLO);
+}
