@@ -21,3 +21,12 @@ yovo_add_sources(
 
 # The deployment descriptor of the parameter registry is XML.
 target_link_libraries(yovolib PRIVATE Qt5::Xml)
+
+yovo_add_sources(
+    PUBLIC_HEADERS
+        ysimple_url.h
+    SOURCES
+        ysimple_url.cpp)
+
+# The HTTP client's public header shows the network classes.
+target_link_libraries(yovolib PUBLIC Qt5::Network)

@@ -189,6 +189,21 @@ int main()
     check(YRc4::selfTest(), "YRc4");
     check(YCompress::zlibUncompress(YCompress::zlibCompress("text", 9)) == "text", "YCompress");
 
+    // HTTP and web API (nothing here reaches the network)
+    YSimpleURL simpleUrl;
+    simpleUrl.setHeader("X-Name", "value");
+    check(simpleUrl.getHeaders().size() == 1, "YSimpleURL");
+    YSimpleURLRequestEventLoop simpleLoop(nullptr);
+    check(simpleLoop.getErrorString().isEmpty(), "YSimpleURLRequestEventLoop");
+    YHttpRequest httpRequest;
+    YHttpRequestEventLoop httpLoop(nullptr, YDebug::STDERR);
+    check(httpLoop.getRedirectUrl().isEmpty(), "YHttpRequest, YHttpRequestEventLoop");
+    YHttpReply httpReply(nullptr);
+    (void)httpReply;
+    check(YWebApi::getUserAgent() == "Yovo_Http_Client/1.10", "YWebApi");
+    YWebApiResponse webResponse("<errorMessage>e</errorMessage>");
+    check(webResponse.getErrorMessage() == QStringLiteral("e"), "YWebApiResponse");
+
     // Statistics
     YMovingWindow window(10, 1);
     window << 1.0;
