@@ -127,7 +127,10 @@ bool YDb::init(YDbInitData* data)
         _initialized = true;
         return true;
     } catch (const YException& e) {
-        YLOG_ERROR(YDbLog) << "Failed to initialize database layer, reason: " << e.what() << yflush;
+        // One item: the stream's separator must not stand between the two texts.
+        YLOG_ERROR(YDbLog) << QStringLiteral("Failed to initialize database layer, reason: ")
+                + QString::fromLatin1(e.what())
+                           << yflush;
         return false;
     }
 }
