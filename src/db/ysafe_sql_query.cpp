@@ -52,18 +52,28 @@ bool YSafeSqlQuery::execPreparedAgain()
     return QSqlQuery::exec();
 }
 
+bool YSafeSqlQuery::isConnectionAlive()
+{
+    QSqlQuery ping(_database);
+    return ping.exec(QStringLiteral("SELECT 1"));
+}
+
 bool YSafeSqlQuery::exec()
 {
     bool done = QSqlQuery::exec();
     if (!done && isConnectionLost(lastError())) {
-        _database.open();
+        // A statement prepared before another query's reconnect reports the old connection as
+        // lost although the database is open again: it is prepared anew, and the connection is
+        // not dropped a second time, which would lose its session (locks, transaction) again.
+        if (!isConnectionAlive())
+            _database.open();
         done = execPreparedAgain();
     }
     logQuery();
     if (done)
         return true;
     // kept: exec-error-class-name. The exception names "QSafeSqlQuery", the log line
-    // "YSafeSqlQuery": monitoring matches both texts as they are.
+    // "YSafeSqlQuery": log readers match both texts as they are.
     throw YException(QStringLiteral("QSafeSqlQuery::exec -> error in query: %1. [%2]")
                          .arg(executedQuery(), lastError().text()));
 }

@@ -33,6 +33,7 @@ public:
 private:
     void logQuery() const;
     bool execPreparedAgain();
+    bool isConnectionAlive();
 
     QSqlDatabase _database;
     bool _debug;

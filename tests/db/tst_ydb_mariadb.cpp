@@ -251,6 +251,33 @@ TEST_F(MariaDbTest, ExecReconnectsOnceAfterTheServerThreadWasKilled)
         QStringLiteral("after kill"));
 }
 
+TEST_F(MariaDbTest, OtherPreparedQueriesFollowWithoutAnotherReconnect)
+{
+    YDb pool;
+    initPool(pool);
+    YDbConnectionPtr connection = pool.getConnection();
+    YSafeSqlQuery id = connection->createQuery(QStringLiteral("id"));
+    YSafeSqlQuery a = connection->createQuery(QStringLiteral("insert"));
+    YSafeSqlQuery b = connection->createQuery(QStringLiteral("insert"));
+    ASSERT_TRUE(id.exec() && id.next());
+    const qint64 first = id.value(0).toLongLong();
+    kill(first);
+    a.bindValue(QStringLiteral(":v"), QStringLiteral("a"));
+    EXPECT_TRUE(a.exec());
+    ASSERT_TRUE(id.exec() && id.next());
+    const qint64 second = id.value(0).toLongLong();
+    EXPECT_NE(second, first);
+    // b was prepared on the killed connection too; it is prepared again on the new one, and the
+    // new connection's session stays.
+    YSafeSqlQuery(connection->getDatabase()).exec(QStringLiteral("set @mark = 42"));
+    b.bindValue(QStringLiteral(":v"), QStringLiteral("b"));
+    EXPECT_TRUE(b.exec());
+    ASSERT_TRUE(id.exec() && id.next());
+    EXPECT_EQ(id.value(0).toLongLong(), second);
+    EXPECT_EQ(scalar(connection->getDatabase(), QStringLiteral("select @mark")).toInt(), 42);
+    EXPECT_EQ(rows(), 2);
+}
+
 TEST_F(MariaDbTest, ExecOfTextReconnectsOnce)
 {
     YDb pool;
