@@ -18,3 +18,6 @@ yovo_add_sources(
         ydb_table_copier.cpp
         yovo_db_sqlite_info.cpp
         ysafe_sql_query.cpp)
+
+# Public headers show QtSql types, and the statement catalogue holds a DOM document.
+target_link_libraries(yovolib PUBLIC Qt5::Sql Qt5::Xml)

@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QRegularExpression>
 #include <QSqlDatabase>
+#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 
@@ -45,6 +46,37 @@ int connectionNumber(const YDb& pool, YDbConnection* connection)
     EXPECT_TRUE(name.startsWith(pool.getBaseConnName())) << name.toStdString();
     return name.mid(pool.getBaseConnName().size()).toInt();
 }
+
+// A driver that only records what it was opened with: it shows which parameters reach a driver
+// that the pool knows by no special name.
+struct OpenedWith
+{
+    QString database, user, password, host, options;
+    int port = 0;
+    int opens = 0;
+};
+OpenedWith openedWith;
+
+class RecordingDriver : public QSqlDriver
+{
+public:
+    bool hasFeature(DriverFeature) const override { return false; }
+    bool open(const QString& database, const QString& user, const QString& password,
+        const QString& host, int port, const QString& options) override
+    {
+        openedWith.database = database;
+        openedWith.user = user;
+        openedWith.password = password;
+        openedWith.host = host;
+        openedWith.port = port;
+        openedWith.options = options;
+        ++openedWith.opens;
+        setOpen(true);
+        return true;
+    }
+    void close() override { setOpen(false); }
+    QSqlResult* createResult() const override { return nullptr; }
+};
 
 class ThrowingInitData : public TestInitData
 {
@@ -246,6 +278,36 @@ TEST(YDb, OptionsOfOtherTypesArePassedOnAsTheyStand)
     EXPECT_EQ(base.password(), QStringLiteral("p"));
     EXPECT_EQ(base.hostName(), QStringLiteral("h"));
     EXPECT_EQ(base.port(), 3307);
+}
+
+TEST(YDb, AnyOtherDriverGetsItsParametersOnlyOnTheBaseConnection)
+{
+    QSqlDatabase::registerSqlDriver(
+        QStringLiteral("YRECORDING"), new QSqlDriverCreator<RecordingDriver>());
+    TestInitData data;
+    data.dbType = QStringLiteral("YRECORDING");
+    data.dbName = QStringLiteral("d");
+    data.userName = QStringLiteral("u");
+    data.password = QStringLiteral("p");
+    data.hostName = QStringLiteral("h");
+    data.connectOpts = QStringLiteral("o=1");
+    data.port = 99;
+    YDb pool(&data);
+    QSqlDatabase base = QSqlDatabase::database(pool.getBaseConnName(), false);
+    EXPECT_EQ(base.databaseName(), QStringLiteral("d"));
+    EXPECT_EQ(base.connectOptions(), QStringLiteral("o=1"));
+    EXPECT_EQ(base.port(), 99);
+    EXPECT_EQ(openedWith.opens, 0);
+
+    YDbConnectionPtr connection = pool.getConnection();
+    EXPECT_EQ(openedWith.opens, 1);
+    // User and password come with open(); nothing else was set on the new connection.
+    EXPECT_EQ(openedWith.user, QStringLiteral("u"));
+    EXPECT_EQ(openedWith.password, QStringLiteral("p"));
+    EXPECT_TRUE(openedWith.database.isEmpty());
+    EXPECT_TRUE(openedWith.host.isEmpty());
+    EXPECT_TRUE(openedWith.options.isEmpty());
+    EXPECT_EQ(openedWith.port, -1);
 }
 
 TEST(YDb, Db2GetsNoConnectOptionsAndFailsWithTheDriversError)
