@@ -18,6 +18,7 @@ development=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libspdlog-dev libssl-dev libboost-dev
     lldb python3
+    mariadb-server mariadb-client
 )
 
 packages=("${runtime[@]}")

@@ -201,7 +201,8 @@ YDbConnection* YDb::newConnection()
             throw YException(QStringLiteral("Failed to allocate %1 connection, reason: %2")
                                  .arg(_dbType, database.lastError().text()));
     }
-    // A failed open leaves the name registered with QtSql, as the next name is a new one anyway.
+    // kept: failed-open-name-kept. A failed open above leaves the name registered with QtSql;
+    // the next attempt takes a new name anyway.
     auto* connection = new YDbConnection(database, this, YDbConfigReader::instance(), false);
     connection->readDbConfig(_statements);
     return connection;
@@ -223,6 +224,7 @@ YDbConnectionPtr YDb::getConnection()
 
 YDbConnectionPtr YDb::getReadOnlyConnection()
 {
+    // kept: readonly-any-free. A free connection serves first, whatever made it.
     YDbConnection* connection
         = _freeList.isEmpty() ? newReadOnlyConnection() : _freeList.takeFirst();
     if (connection == nullptr)
@@ -256,6 +258,7 @@ void YDb::releaseConnection(YDbConnection* connection)
 
 bool YDb::testConnection()
 {
+    // kept: failed-open-name-kept. The tested connection's name stays registered.
     try {
         YDbConnection* connection = newConnection();
         connection->databaseRef().close();

@@ -134,6 +134,7 @@ void YDbTableCopier::copyMysqlToSqlite(YDbConnectionPtr source, YDbConnectionPtr
     logColumns("Source columns:", sourceColumns);
     logColumns("Target columns:", targetColumns);
 
+    // kept: copier-deletes-all. The condition selects source rows only; the target is emptied.
     YSafeSqlQuery cleanup(checked(target)->getDatabase());
     cleanup.prepare(QStringLiteral("delete from %1").arg(table));
     if (!cleanup.exec(_stream, LOCKED_RETRIES))

@@ -20,6 +20,7 @@ public:
         int index;
         QString name;
         QVariant::Type type;
+        // kept: column-flag-senses.
         /// From MySQL true when nullable, from SQLite true when not nullable: the two sources
         /// give it opposite senses, and the copy reads it only on the SQLite side.
         bool flag;
