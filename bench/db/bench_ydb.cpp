@@ -209,13 +209,16 @@ class MedianReporter : public benchmark::ConsoleReporter
 {
 public:
     std::map<std::string, double> medians;
+    std::map<std::string, double> cpuMedians;
 
     void ReportRuns(const std::vector<Run>& runs) override
     {
         for (const Run& run : runs) {
-            if (!run.error_occurred && run.aggregate_name == "median")
-                medians[run.run_name.function_name + "/" + run.run_name.args]
-                    = run.GetAdjustedRealTime();
+            if (run.error_occurred || run.aggregate_name != "median")
+                continue;
+            const std::string key = run.run_name.function_name + "/" + run.run_name.args;
+            medians[key] = run.GetAdjustedRealTime();
+            cpuMedians[key] = run.GetAdjustedCPUTime();
         }
         ConsoleReporter::ReportRuns(runs);
     }
@@ -231,8 +234,9 @@ int main(int argc, char** argv)
     benchmark::RunSpecifiedBenchmarks(&reporter);
     tearDown();
 
-    std::printf("\n%-10s %-28s %12s %12s %14s %9s\n", "database", "pair", "YovoLib us", "bare us",
-        "overhead us", "ratio");
+    std::printf("\nMedians per call; real time, and in brackets this process's CPU time.\n");
+    std::printf(
+        "%-8s %-32s %20s %20s %18s\n", "database", "pair", "YovoLib us", "bare us", "overhead us");
     const char* const names[] = {"SQLite", "MariaDB"};
     const std::pair<const char*, const char*> pairs[]
         = {{"SafeQuery", "BareQuery"}, {"PooledConnection", "OpenPerCall"}};
@@ -246,9 +250,11 @@ int main(int argc, char** argv)
             // Times are in nanoseconds.
             const double oursUs = ours->second / 1000.0;
             const double bareUs = bare->second / 1000.0;
-            std::printf("%-10s %-28s %12.3f %12.3f %14.3f %8.2fx\n", names[arg],
-                (std::string(pair.first) + " vs " + pair.second).c_str(), oursUs, bareUs,
-                oursUs - bareUs, bareUs / oursUs);
+            const double oursCpu = reporter.cpuMedians[ours->first] / 1000.0;
+            const double bareCpu = reporter.cpuMedians[bare->first] / 1000.0;
+            std::printf("%-8s %-32s %9.3f (%8.3f) %9.3f (%8.3f) %8.3f (%7.3f)\n", names[arg],
+                (std::string(pair.first) + " vs " + pair.second).c_str(), oursUs, oursCpu, bareUs,
+                bareCpu, oursUs - bareUs, oursCpu - bareCpu);
         }
     }
     return 0;
