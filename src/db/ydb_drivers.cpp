@@ -51,9 +51,15 @@ public:
 
 void yDbRegisterDrivers()
 {
-    static bool registered = false;
-    if (registered)
-        return;
-    registered = true;
-    QSqlDatabase::registerSqlDriver(QStringLiteral("DRIZZLE"), new MysqlDriverCreator());
+    // Registered once; at the end of the process the name is registered again without a creator,
+    // which is how QtSql lets go of the one it owns.
+    static const struct Registration
+    {
+        Registration()
+        {
+            QSqlDatabase::registerSqlDriver(QStringLiteral("DRIZZLE"), new MysqlDriverCreator());
+        }
+        ~Registration() { QSqlDatabase::registerSqlDriver(QStringLiteral("DRIZZLE"), nullptr); }
+    } registration;
+    (void)registration;
 }

@@ -12,7 +12,8 @@
 class YOVOLIB_EXPORT YovoDbSQliteInfo
 {
 public:
-    enum DAEMON_TYPE
+    // A fixed underlying type: values past INVALID are valid input (they name the folder).
+    enum DAEMON_TYPE : int
     {
         DEPLOYMENT = 0,
         MONITOR = 1,

@@ -101,6 +101,20 @@ TEST(YDb, DefaultConstructedPoolIsEmptyAndNotInitialized)
     EXPECT_EQ(pool.getPort(), 0u);
 }
 
+TEST(YDb, GetConnectionOnAnUninitializedPoolThrows)
+{
+    YDb pool;
+    try {
+        pool.getConnection();
+        FAIL() << "no exception";
+    } catch (const YException& e) {
+        EXPECT_TRUE(QString::fromLatin1(e.what()).startsWith(
+            QStringLiteral("Failed to allocate  connection, reason: ")))
+            << e.what();
+    }
+    EXPECT_FALSE(pool.testConnection());
+}
+
 TEST(YDb, InitCopiesTheSettingsAndRegistersTheBaseName)
 {
     TestInitData data;
@@ -308,6 +322,8 @@ TEST(YDb, AnyOtherDriverGetsItsParametersOnlyOnTheBaseConnection)
     EXPECT_TRUE(openedWith.host.isEmpty());
     EXPECT_TRUE(openedWith.options.isEmpty());
     EXPECT_EQ(openedWith.port, -1);
+    // QtSql owns the creator; registering the name without one frees it.
+    QSqlDatabase::registerSqlDriver(QStringLiteral("YRECORDING"), nullptr);
 }
 
 TEST(YDb, Db2GetsNoConnectOptionsAndFailsWithTheDriversError)

@@ -21,6 +21,9 @@ TEST(YovoDbSQliteInfo, FileNamesUnderTheDataFolder)
             QStringLiteral("/srv/data/db/") + QLatin1String(files[i]));
     }
     EXPECT_EQ(info.dbFileName(YovoDbSQliteInfo::DEVBAR), QStringLiteral("/srv/data/db/devbar.db"));
+    // The directory is taken as it stands; only the template's separators are the platform's.
+    EXPECT_EQ(YovoDbSQliteInfo(QStringLiteral("D:\\srv")).dbFileName(YovoDbSQliteInfo::DEVBAR),
+        QStringLiteral("D:\\srv/data/db/devbar.db"));
 }
 
 TEST(YovoDbSQliteInfo, InvalidTypeThrowsAndLargerValuesGiveTheFolder)
