@@ -14,6 +14,9 @@ data="$dir/data"
 sock="$dir/mysqld.sock"
 pidfile="$dir/mysqld.pid"
 env="$dir/server.env"
+# Private temporary files too: servers that bootstrap at the same time would otherwise meet in /tmp
+# under the same temporary table names.
+tmp="$dir/tmp"
 user=yovo
 password='yovo-Pw1'
 database=yovotest
@@ -45,7 +48,8 @@ stop_server() {
 
 run_server() {
     local port=$1
-    mariadbd --no-defaults "${as_root[@]}" --datadir="$data" --socket="$sock" --pid-file="$pidfile" \
+    mariadbd --no-defaults "${as_root[@]}" --datadir="$data" --tmpdir="$tmp" --socket="$sock" \
+        --pid-file="$pidfile" \
         --port="$port" --bind-address=127.0.0.1 --skip-name-resolve --skip-log-bin \
         --innodb-buffer-pool-size=16M --innodb-log-file-size=8M --max-connections=500 \
         --log-error="$dir/mysqld.err" >/dev/null 2>&1 &
@@ -69,17 +73,22 @@ start_on_free_port() {
         fi
         stop_server
     done
-    echo "mariadb fixture: the server did not start, see $dir/mysqld.err" >&2
+    echo "mariadb fixture: the server did not start:" >&2
+    tail -n 20 "$dir/mysqld.err" >&2 || true
     return 1
 }
 
 case "$action" in
 start)
     stop_server
-    rm -rf "$data" "$env"
-    mkdir -p "$dir"
-    mariadb-install-db --no-defaults "${as_root[@]}" --datadir="$data" --auth-root-authentication-method=socket \
-        --skip-test-db >"$dir/install.log" 2>&1
+    rm -rf "$data" "$env" "$tmp"
+    mkdir -p "$dir" "$tmp"
+    if ! mariadb-install-db --no-defaults "${as_root[@]}" --datadir="$data" --tmpdir="$tmp" \
+        --auth-root-authentication-method=socket --skip-test-db >"$dir/install.log" 2>&1; then
+        echo "mariadb fixture: mariadb-install-db failed:" >&2
+        tail -n 20 "$dir/install.log" >&2
+        exit 1
+    fi
     port=$(start_on_free_port)
     mariadb --no-defaults --socket="$sock" -uroot <<SQL
 CREATE DATABASE $database;
@@ -100,7 +109,7 @@ restart)
     ;;
 stop)
     stop_server
-    rm -rf "$data" "$env" "$sock"
+    rm -rf "$data" "$env" "$sock" "$tmp"
     ;;
 *)
     echo "usage: $0 start|stop|restart <folder>" >&2

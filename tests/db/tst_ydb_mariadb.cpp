@@ -372,33 +372,3 @@ TEST_F(MariaDbTest, ExecErrorsOtherThanALostConnectionAreNotRetried)
     }
     EXPECT_EQ(connectionId(connection), id);
 }
-
-TEST_F(MariaDbTest, PoolSurvivesARestartOfTheServer)
-{
-    // A server of its own: restarting the shared one would disturb tests running beside this.
-    TempDir dir;
-    ASSERT_TRUE(runMariaDbFixture(QStringLiteral("start"), dir.path()));
-    const MariaDbServer own = mariaDbServer(dir.path());
-    ASSERT_TRUE(own.valid);
-    {
-        YDb pool;
-        ASSERT_TRUE(
-            pool.initMySQL(own.host, own.user, own.password, own.database, own.port, QString()));
-        {
-            YDbConnectionPtr connection = pool.getConnection();
-            YSafeSqlQuery create(connection->getDatabase());
-            create.exec(QStringLiteral("create table r (v int)"));
-            create.exec(QStringLiteral("insert into r values (1)"));
-        }
-        ASSERT_TRUE(runMariaDbFixture(QStringLiteral("restart"), dir.path()));
-        {
-            YDbConnectionPtr connection = pool.getConnection();
-            YSafeSqlQuery query(connection->getDatabase());
-            EXPECT_TRUE(query.exec(QStringLiteral("insert into r values (2)")));
-            EXPECT_TRUE(query.exec(QStringLiteral("select sum(v) from r")));
-            ASSERT_TRUE(query.next());
-            EXPECT_EQ(query.value(0).toInt(), 3);
-        }
-    }
-    EXPECT_TRUE(runMariaDbFixture(QStringLiteral("stop"), dir.path()));
-}
