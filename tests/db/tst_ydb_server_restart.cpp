@@ -5,10 +5,22 @@
 
 using namespace yovotest;
 
+namespace {
+
+// Stops the server however the test ends, before its folder goes.
+struct ServerGuard
+{
+    const QString folder;
+    ~ServerGuard() { runMariaDbFixture(QStringLiteral("stop"), folder); }
+};
+
+} // namespace
+
 TEST(YDbServerRestart, PoolSurvivesARestartOfTheServer)
 {
     // A server of its own: restarting the shared one would disturb tests running beside this.
     TempDir dir;
+    const ServerGuard guard {dir.path()};
     ASSERT_TRUE(runMariaDbFixture(QStringLiteral("start"), dir.path()));
     const MariaDbServer own = mariaDbServer(dir.path());
     ASSERT_TRUE(own.valid);
@@ -32,5 +44,4 @@ TEST(YDbServerRestart, PoolSurvivesARestartOfTheServer)
             EXPECT_EQ(query.value(0).toInt(), 3);
         }
     }
-    EXPECT_TRUE(runMariaDbFixture(QStringLiteral("stop"), dir.path()));
 }
