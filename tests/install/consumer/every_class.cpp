@@ -5,6 +5,9 @@
 #include <yovolib/yovolib.h>
 
 #include <QFile>
+#include <QDir>
+#include <QFile>
+#include <QSqlDatabase>
 
 #include <cstdio>
 #include <unistd.h>
@@ -180,6 +183,35 @@ int main()
     QFile::remove(iniPath);
     YovoServerInfo serverInfo(QStringLiteral("/nonexistent"), QString());
     check(serverInfo.getTmp() == QLatin1String("/nonexistent/tmp"), "YovoServerInfo");
+    // Database
+    {
+        const QString dbFile = QDir::tempPath() + "/" + QString::fromLatin1(name) + ".db";
+        YDb pool;
+        check(pool.initMySQL("127.0.0.1", "user", "password", "db", 1, QString()), "YDb");
+        YDbConfigReader* catalogue = YDbConfigReader::instance();
+        check(catalogue->getStatement("none").isEmpty(), "YDbConfigReader");
+        YovoDbSQliteInfo sqliteInfo(QDir::tempPath());
+        check(sqliteInfo.dbFileName(YovoDbSQliteInfo::GUI).endsWith("gui.db"), "YovoDbSQliteInfo");
+        {
+            const QString connectionName = QString::fromLatin1(name) + "_db";
+            QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", connectionName);
+            database.setDatabaseName(dbFile);
+            check(database.open(), "QSQLITE");
+            YDbRefCount count;
+            count.IncRef();
+            check(count.GetRefCount() == 1, "YDbRefCount");
+            YDbConnectionPtr connection(new YDbConnection(database), true);
+            check(connection->isSQlite(), "YDbConnection, YDbConnectionPtr");
+            check(YDb::sqlSafeString(connection, "it's", true) == "it''s", "YDb::sqlSafeString");
+            YSafeSqlQuery query(connection->getDatabase());
+            check(query.exec("select 1"), "YSafeSqlQuery");
+            YDbTableCopier copier(YDebug::STDERR);
+            check(copier.qtTypeFromSqliteType("integer") == QVariant::Int, "YDbTableCopier");
+            YDbMysqlLock lock(YDbConnectionPtr(), "lock", YDebug::STDERR);
+            (void)lock;
+        }
+        QFile::remove(dbFile);
+    }
 
     // Hashes, ciphers, compression
     check(YMD5::hash("") == "D41D8CD98F00B204E9800998ECF8427E", "YMD5");
