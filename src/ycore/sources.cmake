@@ -57,3 +57,28 @@ yovo_add_sources(
         ynamed_pipe_posix.cpp
         ysemaphore_posix.cpp
         ythread_posix.cpp)
+
+# Process host: the service frame, process and pid-file helpers, time and files.
+yovo_add_sources(
+    PUBLIC_HEADERS
+        yfile_system.h
+        ygetopt.h
+        yglobals.h
+        ypid_file.h
+        ytest_dir.h
+        ytime.h
+    PRIVATE_HEADERS
+        yfile_system_p.h
+        yglobals_p.h
+        ytime_p.h
+    SOURCES
+        yfile_system.cpp
+        ygetopt.cpp
+        yglobals.cpp
+        ypid_file.cpp
+        ytest_dir.cpp
+        ytime.cpp
+    POSIX_SOURCES
+        yfile_system_posix.cpp
+        yglobals_posix.cpp
+        ytime_posix.cpp)
