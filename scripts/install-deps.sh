@@ -8,7 +8,7 @@ packages=(
     zlib1g-dev libcjson-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     libspdlog-dev libssl-dev libboost-dev
-    lldb
+    lldb libsystemd-dev
 )
 
 missing=()
