@@ -1,0 +1,14 @@
+yovo_add_sources(
+    PUBLIC_HEADERS
+        php_ini_parser.h
+        scan_dir.h
+        yovo_server_info.h
+    PRIVATE_HEADERS
+        scan_dir_p.h
+    SOURCES
+        php_ini_parser.cpp
+        scan_dir.cpp
+        scan_dir_rewrite.cpp
+        yovo_server_info.cpp
+    POSIX_SOURCES
+        scan_dir_posix.cpp)
