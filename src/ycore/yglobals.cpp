@@ -3,16 +3,26 @@
 
 #include "yexception.h"
 #include "yglobals_p.h"
+#include "yovo_server_info.h"
 
 #include <QDir>
 #include <QDirIterator>
+#include <QFile>
 #include <QProcess>
 #include <QRegExp>
 
 #include <cerrno>
 #include <cstring>
 
+const QString YGlobals::PID_RESTART_AGENT = QStringLiteral("utils_restart.pid");
+const QString YGlobals::PID_PAGECACHE_CLEANER = QStringLiteral("pagecache_cleaner.pid");
+
 namespace {
+
+QString pidFilePath(const YovoServerInfo& info, const QString& name)
+{
+    return info.getTmp() + QLatin1Char('/') + name;
+}
 
 // A folder counts as present when it exists or is a link, even a dangling one.
 bool pathIsPresent(const QString& path)
@@ -131,4 +141,34 @@ bool YGlobals::canEnterDirectory(const QFileInfo& info)
 {
     // kept: enter-directory-of-entry
     return canEnterDirectory(QDir(info.absolutePath()).absolutePath());
+}
+
+YPidFile YGlobals::createPidFile(
+    YDebug::StreamId stream, const YovoServerInfo& info, const QString& name)
+{
+    const QString path = pidFilePath(info, name);
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        YLOG_ERROR(stream) << "Cannot create pid file" << path << file.errorString() << yflush;
+        return YPidFile(QString(), stream);
+    }
+    file.write(QByteArray::number(YGlobalsSys::processId()) + '\n');
+    file.close();
+    return YPidFile(path, stream);
+}
+
+int YGlobals::getPidOf(YDebug::StreamId stream, const YovoServerInfo& info, const QString& name)
+{
+    const QString path = pidFilePath(info, name);
+    QFile file(path);
+    if (!file.exists()) {
+        YLOG_DBG2(stream) << "pid file" << path << "does not exist" << yflush;
+        return -1;
+    }
+    if (!file.open(QIODevice::ReadOnly)) {
+        YLOG_ERROR(stream) << "Cannot open pid file" << path << file.errorString() << yflush;
+        return -1;
+    }
+    // kept: pid-of-garbage-is-zero
+    return QString::fromLatin1(file.readAll()).toInt(nullptr, 10);
 }
