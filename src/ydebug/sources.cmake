@@ -17,3 +17,10 @@ yovo_add_sources(
         crash_handler_posix.cpp
         minidump_writer_posix.cpp
         ydebug_posix.cpp)
+
+# The interactive console of the process host.
+yovo_add_sources(
+    PUBLIC_HEADERS
+        ydebug_console.h
+    SOURCES
+        ydebug_console.cpp)

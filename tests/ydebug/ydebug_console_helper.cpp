@@ -1,0 +1,60 @@
+// Runs the test console on standard input until it ends; waits a little for a command that
+// runs on a thread of its own.
+#include "ydebug_console_helper.h"
+
+#include "ythread.h"
+
+#include <chrono>
+#include <iostream>
+#include <thread>
+
+#include <pthread.h>
+
+namespace {
+pthread_t mainThread;
+}
+
+void TestConsole::hello()
+{
+    std::cout << "hello called" << std::endl;
+}
+
+QString TestConsole::mix(QString text, int number, bool flag)
+{
+    return QStringLiteral("%1/%2/%3").arg(text).arg(number).arg(flag ? "yes" : "no");
+}
+
+void TestConsole::four(int, int, int, int)
+{
+    std::cout << "four called" << std::endl;
+}
+
+void TestConsole::real(double)
+{
+    std::cout << "real called" << std::endl;
+}
+
+void TestConsole::eleven(int, int, int, int, int, int, int, int, int, int, int)
+{
+    std::cout << "eleven called" << std::endl;
+}
+
+void TestConsole::slow()
+{
+    const YThread* current = YThread::getCurrentThread();
+    std::cout << "slow on "
+              << (pthread_equal(pthread_self(), mainThread) ? "the main thread" : "its own thread")
+              << " named " << (current ? current->getName().toStdString() : std::string("?"))
+              << std::endl;
+    threadDone = true;
+}
+
+int main()
+{
+    mainThread = pthread_self();
+    TestConsole console;
+    console.run();
+    for (int i = 0; i < 500 && !console.threadDone; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return 0;
+}
