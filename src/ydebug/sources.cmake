@@ -18,6 +18,9 @@ yovo_add_sources(
         minidump_writer_posix.cpp
         ydebug_posix.cpp)
 
+# The message catalogue is read with the DOM classes; no public header shows them.
+target_link_libraries(yovolib PRIVATE Qt5::Xml)
+
 # The interactive console of the process host.
 yovo_add_sources(
     PUBLIC_HEADERS
