@@ -34,6 +34,16 @@ protected:
     void doIteration() override { stop(); }
 };
 
+class Daemon : public YService
+{
+public:
+    Daemon(int argc, char** argv)
+        : YService(QStringLiteral("daemon"), argc, argv, true, true, false, false)
+    {
+    }
+    int serviceMain(int, char**) override { return 0; }
+};
+
 class Assertions : public YAssertionFailedHandler
 {
 public:
@@ -156,6 +166,27 @@ int main()
     check(provider->hmac("message", "key").size() > 0, "YSHA256, YHMacProvider");
     check(YRc4::selfTest(), "YRc4");
     check(YCompress::zlibUncompress(YCompress::zlibCompress("text", 9)) == "text", "YCompress");
+
+    // Process host
+    char programName[] = "prog";
+    char application[] = "-e";
+    char* daemonArgs[] = {programName, application, nullptr};
+    Daemon daemon(2, daemonArgs);
+    check(daemon.isRunningAsTerminalApplication(), "YService");
+    check(YGlobals::toNativePath("/a") == "/a", "YGlobals");
+    YPidFile pidFile;
+    check(!pidFile.isValid(), "YPidFile");
+    YDebugConsole console(QStringLiteral("console"));
+    check(console.objectName().isEmpty(), "YDebugConsole");
+    YTime stopwatch;
+    check(stopwatch.stop() == 0, "YTime");
+    YFileSystemImpl files;
+    check(files.createDir("/tmp"), "YFileSystemImpl");
+    check(YTestDir::getInputDirName("/b") == "/b/unittests/input", "YTestDir");
+    char options[] = "a";
+    check(yovo::getopt(1, daemonArgs, options) == -1 && yovo::optind == 1 && yovo::opterr == 1
+            && yovo::optarg == nullptr,
+        "getopt");
 
     // Statistics
     YMovingWindow window(10, 1);
