@@ -55,7 +55,6 @@ int YGlobals::execute(const QString& command, QByteArray& out, QByteArray& err,
             text = QStringLiteral("%1 timed out").arg(command);
         } else {
             err = process.readAllStandardError();
-            // kept: execute-blank-before-dot
             text = QStringLiteral("Error executing %1 . %2")
                        .arg(command, QString::fromLocal8Bit(err));
         }

@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -97,6 +98,12 @@ public:
         mainCalls.append(argc);
         return 17;
     }
+    void serviceShutdown() override
+    {
+        if (onShutdown)
+            onShutdown();
+        YService::serviceShutdown();
+    }
     bool servicePause() override { return pauseResult; }
     bool serviceResume() override { return resumeResult; }
 
@@ -108,6 +115,7 @@ public:
     QList<int> mainCalls;
     bool pauseResult = true;
     bool resumeResult = true;
+    std::function<void()> onShutdown;
 
 private:
     bool _initResult;
@@ -409,9 +417,12 @@ TEST_F(YServiceManaged, StopReportsStoppedBeforeShutdownAndNoClosingReport)
 {
     Args args {"prog"};
     RecordingService service(args);
+    // The manager hears "stopped" before the shutdown runs.
+    QByteArray heardBeforeShutdown;
+    service.onShutdown = [&] { heardBeforeShutdown = manager.receive(0); };
     EXPECT_EQ(stdoutOf([] { RecordingService::_controlHandler_(1); }),
         QByteArray("svc: Service stopped\n"));
-    EXPECT_EQ(manager.receive(), QByteArray("STOPPING=1\nSTATUS=stopped"));
+    EXPECT_EQ(heardBeforeShutdown, QByteArray("STOPPING=1\nSTATUS=stopped"));
     EXPECT_EQ(manager.receive(200), QByteArray());
     EXPECT_EQ(RecordingService::getServiceStatus().currentState, 1u);
 }
