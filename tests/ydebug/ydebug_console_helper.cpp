@@ -2,6 +2,7 @@
 // runs on a thread of its own.
 #include "ydebug_console_helper.h"
 
+#include "yexception.h"
 #include "ythread.h"
 
 #include <chrono>
@@ -41,7 +42,17 @@ void TestConsole::eleven(int, int, int, int, int, int, int, int, int, int, int)
 
 void TestConsole::slow()
 {
-    const YThread* current = YThread::getCurrentThread();
+    // A thread that asks for its registry entry in its first instructions may be ahead of its
+    // registration: ask until it is there.
+    const YThread* current = nullptr;
+    for (int attempt = 0; attempt < 500; ++attempt) {
+        try {
+            current = YThread::getCurrentThread();
+            break;
+        } catch (YException&) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
     std::cout << "slow on "
               << (pthread_equal(pthread_self(), mainThread) ? "the main thread" : "its own thread")
               << " named " << (current ? current->getName().toStdString() : std::string("?"))
@@ -56,5 +67,7 @@ int main()
     console.run();
     for (int i = 0; i < 500 && !console.threadDone; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    // Let the command's thread leave its run() before the process ends.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
     return 0;
 }
