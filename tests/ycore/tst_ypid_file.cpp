@@ -96,7 +96,8 @@ TEST(YPidFile, AssignmentReleasesTheOldBody)
     holder = YPidFile(inst.pidPath("new.pid"), YDebug::STDERR);
     EXPECT_FALSE(QFileInfo::exists(inst.pidPath("old.pid")));
     EXPECT_TRUE(QFileInfo::exists(inst.pidPath("new.pid")));
-    holder = holder;
+    YPidFile& alias = holder;
+    holder = alias;
     EXPECT_TRUE(QFileInfo::exists(inst.pidPath("new.pid")));
 }
 
