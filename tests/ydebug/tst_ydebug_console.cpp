@@ -171,6 +171,17 @@ TEST(YDebugConsole, HelpListsTheProtectedSlots)
                  "\n"}));
 }
 
+TEST(YDebugConsole, ArgumentsWithoutClosingParenthesisAndEmptyPartsDropped)
+{
+    EXPECT_EQ(transcriptOf("add(1,,2\nadd(, 5 ,, 6 ,)tail\n"),
+        session({"$0 = (int) 3\n", "$1 = (int) 11\n"}));
+}
+
+TEST(YDebugConsole, ZeroRepetitionsRunNothing)
+{
+    EXPECT_EQ(transcriptOf("0:count()\ncount()\n"), session({"", "$0 = (int) 1\n"}));
+}
+
 TEST(YDebugConsole, LastLineWithoutNewlineStillRuns)
 {
     EXPECT_EQ(transcriptOf("hello()"), session({"hello called\n"}));
