@@ -83,6 +83,16 @@ private:
     bool _stop = false;
 };
 
+// Held for the whole of a control request, and by the constructor and destructor while they set
+// the instance: a request that arrives as the daemon's object goes away either ends before the
+// object does or finds no object. Recursive, since a request may end in exit(), whose clean-up
+// may destroy a service object on the same thread.
+std::recursive_mutex& instanceLock()
+{
+    static std::recursive_mutex* lock = new std::recursive_mutex;
+    return *lock;
+}
+
 // While the service starts, what it is doing is also its status text at the manager.
 void startStep(const char* text)
 {
@@ -103,7 +113,10 @@ YService::YService(QString name, int argc, char** argv, bool canStop, bool canPa
     , _handleSigTerm(handleSigTerm)
     , _handleSigInt(handleSigInt)
 {
-    _instance = this;
+    {
+        std::lock_guard<std::recursive_mutex> guard(instanceLock());
+        _instance = this;
+    }
     for (int i = 0; i < argc && argv; ++i) {
         if (!argv[i])
             continue;
@@ -122,11 +135,14 @@ YService::YService(QString name, int argc, char** argv, bool canStop, bool canPa
 
 YService::~YService()
 {
+    {
+        // A signal that arrives later must not reach a destroyed object.
+        std::lock_guard<std::recursive_mutex> guard(instanceLock());
+        if (_instance == this)
+            _instance = nullptr;
+    }
     for (char* argument : _argv)
         free(argument);
-    // A signal that arrives later must not reach a destroyed object.
-    if (_instance == this)
-        _instance = nullptr;
 }
 
 bool YService::serviceInit(int, char**)
@@ -305,6 +321,7 @@ void YService::_controlHandler_(unsigned long opcode)
 
 void YService::dispatchSignal(int which)
 {
+    std::lock_guard<std::recursive_mutex> guard(instanceLock());
     YService* service = _instance;
     if (!service)
         return;

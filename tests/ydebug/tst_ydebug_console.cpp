@@ -135,12 +135,11 @@ TEST(YDebugConsole, CallThatReachesAnIncompatibleMethodFails)
     EXPECT_EQ(transcriptOf("pick(1)\n"), session({"Error: failed to execute method pick\n"}));
 }
 
-TEST(YDebugConsole, ThreadKeywordRunsTheCommandOnAThreadNamedThread)
+TEST(YDebugConsole, ThreadKeywordRunsTheCommandOnAThreadOfItsOwn)
 {
     const QByteArray transcript = transcriptOf("thread:slow()\n");
     EXPECT_TRUE(transcript.startsWith(welcome + prompt)) << transcript.toStdString();
-    EXPECT_TRUE(transcript.contains("slow on its own thread named thread\n"))
-        << transcript.toStdString();
+    EXPECT_TRUE(transcript.contains("slow on its own thread\n")) << transcript.toStdString();
     EXPECT_EQ(transcript.count(prompt), 2);
 }
 

@@ -2,9 +2,6 @@
 // runs on a thread of its own.
 #include "ydebug_console_helper.h"
 
-#include "yexception.h"
-#include "ythread.h"
-
 #include <chrono>
 #include <iostream>
 #include <thread>
@@ -42,20 +39,8 @@ void TestConsole::eleven(int, int, int, int, int, int, int, int, int, int, int)
 
 void TestConsole::slow()
 {
-    // A thread that asks for its registry entry in its first instructions may be ahead of its
-    // registration: ask until it is there.
-    const YThread* current = nullptr;
-    for (int attempt = 0; attempt < 500; ++attempt) {
-        try {
-            current = YThread::getCurrentThread();
-            break;
-        } catch (YException&) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
     std::cout << "slow on "
               << (pthread_equal(pthread_self(), mainThread) ? "the main thread" : "its own thread")
-              << " named " << (current ? current->getName().toStdString() : std::string("?"))
               << std::endl;
     threadDone = true;
 }
