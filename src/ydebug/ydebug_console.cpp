@@ -1,14 +1,15 @@
 #include "ydebug_console.h"
 
-#include "ymutex.h"
 #include "ythread.h"
 
 #include <QMetaObject>
 #include <QStringList>
 
+#include <atomic>
 #include <cstdio>
 #include <iostream>
-#include <memory>
+#include <map>
+#include <mutex>
 #include <vector>
 
 namespace {
@@ -40,8 +41,9 @@ QVariant converted(const QVariant& argument, const QByteArray& type)
 
 } // namespace
 
-// Runs one "thread:" command. The console doesn't wait for it; the object is kept for the life
-// of the process, as destroying a YThread that runs would end the command.
+// Runs one "thread:" command. The console doesn't wait for it; a finished command's thread is
+// joined when the next one starts, and a console waits for its own commands when it is destroyed,
+// as they use it.
 class YDebugConsoleThread : public YThread
 {
 public:
@@ -52,21 +54,70 @@ public:
     {
     }
 
-    void run() override { _console->invokeMethod(_input); }
-
-    static void keep(YDebugConsoleThread* thread)
+    void run() override
     {
-        static YMutex lock;
-        static std::vector<std::unique_ptr<YDebugConsoleThread>>* threads
-            = new std::vector<std::unique_ptr<YDebugConsoleThread>>;
-        lock.lock();
-        threads->emplace_back(thread);
-        lock.unlock();
+        _console->invokeMethod(_input);
+        _done = true;
+    }
+
+    /// Starts the thread and keeps it in the list of its console.
+    static void launch(YDebugConsoleThread* thread)
+    {
+        std::vector<YDebugConsoleThread*> finished;
+        {
+            std::lock_guard<std::mutex> guard(lock());
+            for (auto it = threads().begin(); it != threads().end();) {
+                if (it->second->_done) {
+                    finished.push_back(it->second);
+                    it = threads().erase(it);
+                } else {
+                    ++it;
+                }
+            }
+            threads().emplace(thread->_console, thread);
+        }
+        reap(finished);
+        thread->start();
+    }
+
+    /// Waits for the commands of a console that goes away.
+    static void finish(const YDebugConsole* console)
+    {
+        std::vector<YDebugConsoleThread*> own;
+        {
+            std::lock_guard<std::mutex> guard(lock());
+            const auto range = threads().equal_range(console);
+            for (auto it = range.first; it != range.second; ++it)
+                own.push_back(it->second);
+            threads().erase(range.first, range.second);
+        }
+        reap(own);
     }
 
 private:
+    typedef std::multimap<const YDebugConsole*, YDebugConsoleThread*> Threads;
+
+    static std::mutex& lock()
+    {
+        static std::mutex* mutex = new std::mutex;
+        return *mutex;
+    }
+    static Threads& threads()
+    {
+        static Threads* all = new Threads;
+        return *all;
+    }
+    static void reap(const std::vector<YDebugConsoleThread*>& done)
+    {
+        for (YDebugConsoleThread* thread : done) {
+            thread->join();
+            delete thread;
+        }
+    }
+
     YDebugConsole* _console;
     YDebugConsole::MethodInput _input;
+    std::atomic<bool> _done {false};
 };
 
 YDebugConsole::YDebugConsole(QString name)
@@ -75,7 +126,10 @@ YDebugConsole::YDebugConsole(QString name)
 {
 }
 
-YDebugConsole::~YDebugConsole() = default;
+YDebugConsole::~YDebugConsole()
+{
+    YDebugConsoleThread::finish(this);
+}
 
 void YDebugConsole::run()
 {
@@ -83,14 +137,15 @@ void YDebugConsole::run()
     for (;;) {
         const MethodInput input = getInput();
         if (input.methodName.isEmpty()) {
-            if (feof(stdin) || ferror(stdin))
+            if (feof(stdin) || ferror(stdin)) {
+                // Waited for here, while the whole object still stands.
+                YDebugConsoleThread::finish(this);
                 return;
+            }
             continue;
         }
         if (input.mode == 1) {
-            YDebugConsoleThread* thread = new YDebugConsoleThread(this, input);
-            YDebugConsoleThread::keep(thread);
-            thread->start();
+            YDebugConsoleThread::launch(new YDebugConsoleThread(this, input));
         } else {
             invokeMethod(input);
         }

@@ -32,10 +32,11 @@ public:
     };
 
     explicit YDebugConsole(QString name);
+    /// Waits for the "thread:" commands still running, as they use this object.
     ~YDebugConsole() override;
 
     /// The console's loop. It returns only when standard input has ended, so that a console
-    /// whose input was closed doesn't spin.
+    /// whose input was closed doesn't spin, and then after its "thread:" commands have ended.
     void run();
 
 protected slots:

@@ -29,8 +29,6 @@ public:
     {
     }
 
-    std::atomic<bool> threadDone {false};
-
 public slots:
     void pick(int) { }
     void exposed() { }
