@@ -1,12 +1,14 @@
 // The service frame in this process (arguments, status reports, control requests) and for real
 // in a child daemon, run as an application and under a service manager that is played by a
-// datagram socket of the test. The machine the tests run on has no systemd as its first process,
-// so a transient unit can't be started; the socket receives exactly what systemd would.
+// datagram socket of the test: the socket receives exactly what systemd would. Where systemd runs
+// the machine, the daemon also runs as a transient Type=notify unit; where it doesn't (containers,
+// the build machines), that test is skipped and says so, and the socket tests stand for it.
 #include "yservice.h"
 
 #include "test_support.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QStringList>
 
@@ -581,4 +583,46 @@ TEST(YServiceDaemon, WatchdogPingsAtHalfThePeriodAndStopsWhenTheLoopHangs)
     daemon.signal(SIGTERM);
     EXPECT_EQ(manager.receive(), QByteArray("STOPPING=1\nSTATUS=stopped"));
     EXPECT_EQ(daemon.finish(), 0);
+}
+
+namespace {
+
+int runTool(const QString& program, const QStringList& arguments, QByteArray* output = nullptr)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments);
+    if (!process.waitForStarted(10000) || !process.waitForFinished(60000))
+        return -1;
+    if (output)
+        *output = process.readAll();
+    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+}
+
+} // namespace
+
+TEST(YServiceDaemon, RunsAsATransientNotifyUnitWhereSystemdRuns)
+{
+    if (!QFileInfo::exists(QStringLiteral("/run/systemd/system")))
+        GTEST_SKIP() << "systemd is not the service manager here; the NOTIFY_SOCKET tests stand "
+                        "for a real unit";
+    QByteArray output;
+    const QString unit = yovotest::uniqueName("yovo-service-test");
+    // The start job of a Type=notify unit completes with READY=1, so systemd-run returns only
+    // once serviceInit has succeeded.
+    const int started = runTool(QStringLiteral("systemd-run"),
+        {"--user", "--collect", "--unit=" + unit, "-p", "Type=notify", "-p", "NotifyAccess=main",
+            "-p", "WatchdogSec=5", yovotest::helperPath("yservice_daemon"), "x"},
+        &output);
+    if (started != 0 && output.contains("Failed to connect to bus"))
+        GTEST_SKIP() << "no user instance of systemd: " << output.toStdString();
+    ASSERT_EQ(started, 0) << output.toStdString();
+    QByteArray state;
+    runTool(QStringLiteral("systemctl"), {"--user", "is-active", unit}, &state);
+    EXPECT_EQ(state.trimmed(), QByteArray("active"));
+    // Stopping sends SIGTERM, the stop request, and waits for the daemon to end.
+    EXPECT_EQ(runTool(QStringLiteral("systemctl"), {"--user", "stop", unit}, &output), 0)
+        << output.toStdString();
+    runTool(QStringLiteral("systemctl"), {"--user", "is-active", unit}, &state);
+    EXPECT_NE(state.trimmed(), QByteArray("active"));
 }
