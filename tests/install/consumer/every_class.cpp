@@ -39,6 +39,16 @@ protected:
     void doIteration() override { stop(); }
 };
 
+class Daemon : public YService
+{
+public:
+    Daemon(int argc, char** argv)
+        : YService(QStringLiteral("daemon"), argc, argv, true, true, false, false)
+    {
+    }
+    int serviceMain(int, char**) override { return 0; }
+};
+
 class Assertions : public YAssertionFailedHandler
 {
 public:
@@ -235,6 +245,26 @@ int main()
     check(YWebApi::getUserAgent() == "Yovo_Http_Client/1.10", "YWebApi");
     YWebApiResponse webResponse("<errorMessage>e</errorMessage>");
     check(webResponse.getErrorMessage() == QStringLiteral("e"), "YWebApiResponse");
+    // Process host
+    char programName[] = "prog";
+    char application[] = "-e";
+    char* daemonArgs[] = {programName, application, nullptr};
+    Daemon daemon(2, daemonArgs);
+    check(daemon.isRunningAsTerminalApplication(), "YService");
+    check(YGlobals::toNativePath("/a") == "/a", "YGlobals");
+    YPidFile pidFile;
+    check(!pidFile.isValid(), "YPidFile");
+    YDebugConsole console(QStringLiteral("console"));
+    check(console.objectName().isEmpty(), "YDebugConsole");
+    YTime stopwatch;
+    check(stopwatch.stop() == 0, "YTime");
+    YFileSystemImpl files;
+    check(files.createDir("/tmp"), "YFileSystemImpl");
+    check(YTestDir::getInputDirName("/b") == "/b/unittests/input", "YTestDir");
+    char options[] = "a";
+    check(yovo::getopt(1, daemonArgs, options) == -1 && yovo::optind == 1 && yovo::opterr == 1
+            && yovo::optarg == nullptr,
+        "getopt");
 
     // Statistics
     YMovingWindow window(10, 1);
