@@ -531,6 +531,8 @@ int YJsonReader::appendUnicodeSequence(QString& text, int hex)
 
 void YJsonReader::storeValue(int ch, const QString& key, YJsonValue& value, YJsonValue& parent)
 {
+    // kept: comment-before-later — no value is waiting after a store, so a comment before any
+    // but the first value of a container has no home.
     m_next = nullptr;
     m_current = &value;
     m_lastStored = nullptr;

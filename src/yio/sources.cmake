@@ -10,3 +10,6 @@ yovo_add_sources(
         json_reader.cpp
         json_value.cpp
         json_writer.cpp)
+
+# The element wrapper sits on the system cJSON.
+target_link_libraries(yovolib PRIVATE PkgConfig::CJSON)
