@@ -1,5 +1,7 @@
 #include "json_reader.h"
 
+#include <charconv>
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -23,6 +25,82 @@ bool toULong32(const QString& token, unsigned int& result)
     if (!ok || v > std::numeric_limits<unsigned int>::max())
         return false;
     result = static_cast<unsigned int>(v);
+    return true;
+}
+
+// The common case of an integer text, [+-]?[0-9]{1,18}, read without Qt's locale machinery. Any
+// other text goes to Qt's conversions, so both ways give the same answers.
+bool plainInteger(const QString& token, qint64& result)
+{
+    const QChar* p = token.constData();
+    const int n = token.size();
+    int i = 0;
+    bool negative = false;
+    if (n > 0 && (p[0] == QLatin1Char('+') || p[0] == QLatin1Char('-'))) {
+        negative = p[0] == QLatin1Char('-');
+        i = 1;
+    }
+    if (i >= n || n - i > 18)
+        return false;
+    qint64 value = 0;
+    for (; i < n; ++i) {
+        const ushort c = p[i].unicode();
+        if (c < '0' || c > '9')
+            return false;
+        value = value * 10 + (c - '0');
+    }
+    result = negative ? -value : value;
+    return true;
+}
+
+// A number in the strict JSON form (a '+' allowed in front), converted exactly, as Qt's
+// conversion would. Other forms, and results that over- or underflow, go to Qt.
+bool plainDouble(const QString& token, double& result)
+{
+    char buffer[80];
+    const int n = token.size();
+    if (n >= int(sizeof(buffer)))
+        return false;
+    const QChar* p = token.constData();
+    int i = 0;
+    int length = 0;
+    if (i < n && p[i] == QLatin1Char('+'))
+        ++i;
+    else if (i < n && p[i] == QLatin1Char('-'))
+        buffer[length++] = p[i++].toLatin1();
+    auto digits = [&]() {
+        int count = 0;
+        while (i < n && p[i] >= QLatin1Char('0') && p[i] <= QLatin1Char('9')) {
+            buffer[length++] = p[i++].toLatin1();
+            ++count;
+        }
+        return count;
+    };
+    const int start = i;
+    const int whole = digits();
+    if (whole == 0 || (whole > 1 && p[start] == QLatin1Char('0')))
+        return false;
+    if (i < n && p[i] == QLatin1Char('.')) {
+        buffer[length++] = '.';
+        ++i;
+        if (digits() == 0)
+            return false;
+    }
+    if (i < n && (p[i] == QLatin1Char('e') || p[i] == QLatin1Char('E'))) {
+        buffer[length++] = 'e';
+        ++i;
+        if (i < n && (p[i] == QLatin1Char('+') || p[i] == QLatin1Char('-')))
+            buffer[length++] = p[i++].toLatin1();
+        if (digits() == 0)
+            return false;
+    }
+    if (i != n)
+        return false;
+    double value = 0;
+    const std::from_chars_result r = std::from_chars(buffer, buffer + length, value);
+    if (r.ec != std::errc() || r.ptr != buffer + length || std::fpclassify(value) == FP_SUBNORMAL)
+        return false;
+    result = value;
     return true;
 }
 
@@ -306,6 +384,16 @@ int YJsonReader::skipWhiteSpace()
 {
     int ch;
     do {
+        // Blanks and tabs only move the column: they are passed over in one sweep.
+        if (m_peekChar < 0) {
+            const QChar* data = m_inObject->constData();
+            const int size = m_inObject->size();
+            int pos = m_inPos;
+            while (pos < size && (data[pos] == QLatin1Char(' ') || data[pos] == QLatin1Char('\t')))
+                ++pos;
+            m_colNo += pos - m_inPos;
+            m_inPos = pos;
+        }
         ch = readChar();
     } while (ch == ' ' || ch == '\t' || ch == '\n');
     return ch;
@@ -365,6 +453,24 @@ int YJsonReader::readString(YJsonValue& value)
     QString text;
     int ch;
     for (;;) {
+        // Plain characters are taken in runs; what needs a decision goes through readChar.
+        if (m_peekChar < 0) {
+            const QChar* data = m_inObject->constData();
+            const int size = m_inObject->size();
+            const int start = m_inPos;
+            int pos = start;
+            while (pos < size) {
+                const ushort c = data[pos].unicode();
+                if (c == '"' || c == '\\' || c == '\n' || c == '\r' || c == 0 || c > 0xFF)
+                    break;
+                ++pos;
+            }
+            if (pos > start) {
+                text.append(data + start, pos - start);
+                m_colNo += pos - start;
+                m_inPos = pos;
+            }
+        }
         ch = readChar();
         if (ch <= 0 || ch == '"')
             break;
@@ -436,6 +542,25 @@ int YJsonReader::readToken(int ch, QString& token)
 {
     for (;;) {
         token += QChar(ch);
+        if (m_peekChar < 0) {
+            const QChar* data = m_inObject->constData();
+            const int size = m_inObject->size();
+            const int start = m_inPos;
+            int pos = start;
+            while (pos < size) {
+                const ushort c = data[pos].unicode();
+                if (c == 0 || c > 0xFF || c == '\b' || c == '\t' || c == '\n' || c == '\r'
+                    || c == ' ' || c == ',' || c == ':' || c == '[' || c == ']' || c == '{'
+                    || c == '}')
+                    break;
+                ++pos;
+            }
+            if (pos > start) {
+                token.append(data + start, pos - start);
+                m_colNo += pos - start;
+                m_inPos = pos;
+            }
+        }
         ch = readChar();
         switch (ch) {
         case -1:
@@ -473,7 +598,19 @@ int YJsonReader::readValue(int ch, YJsonValue& value)
     if (plus || minus || digit) {
         int i = 0;
         unsigned int u = 0;
-        if (!plus && toLong32(token, i)) {
+        qint64 plain = 0;
+        double d = 0;
+        if (plainInteger(token, plain)) {
+            if (!plus && plain >= std::numeric_limits<int>::min()
+                && plain <= std::numeric_limits<int>::max())
+                value = static_cast<int>(plain);
+            else if (!minus && plain >= 0 && plain <= std::numeric_limits<unsigned int>::max())
+                value = static_cast<unsigned int>(plain);
+            else
+                value = static_cast<double>(plain);
+        } else if (plainDouble(token, d)) {
+            value = d;
+        } else if (!plus && toLong32(token, i)) {
             value = i;
         } else if (!minus && toULong32(token, u)) {
             value = u;

@@ -3,7 +3,105 @@
 #include "yassert.h"
 #include "yexception.h"
 
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
 namespace {
+
+// A finite double as QString::number(d, 'g', 6) writes it: six significant digits, an exact tie
+// rounded away from zero (not to even, as the C library would), trailing zeros dropped, and the
+// exponent form below 1e-4 and from 1e6 on, zero without a sign. Gives the length, or 0 if the
+// buffer is too small.
+int formatDouble(double d, char* out, int capacity)
+{
+    // Forty correctly rounded digits decide the sixth: no double lies that close to a tie
+    // without being one.
+    char wide[64];
+    const std::to_chars_result r
+        = std::to_chars(wide, wide + sizeof(wide), d, std::chars_format::scientific, 39);
+    if (r.ec != std::errc())
+        return 0;
+    const char* p = wide;
+    const bool negative = *p == '-';
+    if (negative)
+        ++p;
+    char digits[41];
+    int count = 0;
+    for (; p < r.ptr && *p != 'e'; ++p) {
+        if (*p != '.')
+            digits[count++] = *p;
+    }
+    int exponent = 0;
+    const bool negativeExponent = p + 1 < r.ptr && p[1] == '-';
+    for (const char* e = p + 2; e < r.ptr; ++e)
+        exponent = exponent * 10 + (*e - '0');
+    if (negativeExponent)
+        exponent = -exponent;
+    bool zero = true;
+    for (int i = 0; i < count; ++i)
+        zero = zero && digits[i] == '0';
+    char kept[7] = {'0', '0', '0', '0', '0', '0', 0};
+    if (!zero) {
+        for (int i = 0; i < 6; ++i)
+            kept[i] = digits[i];
+        if (digits[6] >= '5') {
+            int i = 5;
+            while (i >= 0 && kept[i] == '9')
+                kept[i--] = '0';
+            if (i >= 0) {
+                ++kept[i];
+            } else {
+                kept[0] = '1';
+                ++exponent;
+            }
+        }
+    } else {
+        exponent = 0;
+    }
+    int significant = 6;
+    while (significant > 1 && kept[significant - 1] == '0')
+        --significant;
+
+    char text[40];
+    int n = 0;
+    if (negative && !zero) // Qt writes no sign on a negative zero
+        text[n++] = '-';
+    if (exponent < -4 || exponent >= 6) {
+        text[n++] = kept[0];
+        if (significant > 1) {
+            text[n++] = '.';
+            for (int i = 1; i < significant; ++i)
+                text[n++] = kept[i];
+        }
+        text[n++] = 'e';
+        text[n++] = exponent < 0 ? '-' : '+';
+        const int magnitude = exponent < 0 ? -exponent : exponent;
+        if (magnitude >= 100)
+            text[n++] = char('0' + magnitude / 100);
+        text[n++] = char('0' + magnitude / 10 % 10);
+        text[n++] = char('0' + magnitude % 10);
+    } else if (exponent < 0) {
+        text[n++] = '0';
+        text[n++] = '.';
+        for (int i = -1; i > exponent; --i)
+            text[n++] = '0';
+        for (int i = 0; i < significant; ++i)
+            text[n++] = kept[i];
+    } else {
+        for (int i = 0; i <= exponent; ++i)
+            text[n++] = i < significant ? kept[i] : '0';
+        if (significant > exponent + 1) {
+            text[n++] = '.';
+            for (int i = exponent + 1; i < significant; ++i)
+                text[n++] = kept[i];
+        }
+    }
+    if (n > capacity)
+        return 0;
+    std::memcpy(out, text, size_t(n));
+    return n;
+}
 
 inline QChar narrow(QChar ch)
 {
@@ -239,6 +337,32 @@ int YJsonWriter::writeString(const QString& text)
 
 int YJsonWriter::writePrimitiveValue(const YJsonValue& value)
 {
+    // Numbers are formatted into a small buffer, in the form asString gives them (six
+    // significant digits for a double): the common case skips a QString per value.
+    char buffer[32];
+    std::to_chars_result r {buffer, std::errc::invalid_argument};
+    switch (value.getType()) {
+    case YJSONTYPE_INT:
+        r = std::to_chars(buffer, buffer + sizeof(buffer), value.asInt());
+        break;
+    case YJSONTYPE_UINT:
+        r = std::to_chars(buffer, buffer + sizeof(buffer), value.asUInt());
+        break;
+    case YJSONTYPE_DOUBLE: {
+        const double d = value.asDouble();
+        const int length = std::isfinite(d) ? formatDouble(d, buffer, int(sizeof(buffer))) : 0;
+        if (length > 0)
+            r = {buffer + length, std::errc()};
+        break;
+    }
+    default:
+        break;
+    }
+    if (r.ec == std::errc()) {
+        const int length = int(r.ptr - buffer);
+        m_output->append(QLatin1String(buffer, length));
+        return length;
+    }
     const QString s = value.asString();
     Y_ASSERT(!s.isEmpty());
     return writeString(s);

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <random>
+
 #include "json_test_print.h"
 
 namespace {
@@ -416,5 +419,66 @@ TEST(YJsonReader, AnyBytesGiveATree)
         reader.parse(text, &root);
         EXPECT_TRUE(root.isObject());
         EXPECT_LE(reader.getErrorCount(), 31);
+    }
+}
+
+TEST(YJsonReader, NumbersAgreeWithQtsConversions)
+{
+    // The reader takes short cuts for common number forms; its answers must be those of Qt's
+    // conversions with the 32-bit ranges, for any form.
+    std::mt19937 generator(7);
+    const char alphabet[] = "0123456789+-.eE";
+    QStringList tokens {QStringLiteral("0"), QStringLiteral("-0"), QStringLiteral("+0"),
+        QStringLiteral("2147483647"), QStringLiteral("2147483648"), QStringLiteral("-2147483648"),
+        QStringLiteral("-2147483649"), QStringLiteral("4294967295"), QStringLiteral("4294967296"),
+        QStringLiteral("+4294967295"), QStringLiteral("+4294967296"), QStringLiteral("1e400"),
+        QStringLiteral("1e-400"), QStringLiteral("4.9e-324"),
+        QStringLiteral("2.2250738585072014e-308"), QStringLiteral("0.1"),
+        QStringLiteral("1.7976931348623157e308"), QStringLiteral("01.5"), QStringLiteral("1."),
+        QStringLiteral("-.5e1"), QStringLiteral("1e"),
+        QStringLiteral("123456789012345678901234567890")};
+    for (int i = 0; i < 20000; ++i) {
+        QString token;
+        token += QChar(alphabet[generator() % 12]); // a sign or a digit first
+        const int length = int(generator() % 24);
+        for (int j = 0; j < length; ++j)
+            token += QChar(alphabet[generator() % (j % 5 == 4 ? 15 : 10)]);
+        tokens << token;
+    }
+    for (const QString& token : tokens) {
+        SCOPED_TRACE(token.toStdString());
+        // What Qt's conversions give, the way the reader tries them.
+        const QChar first = token.at(0);
+        const bool plus = first == QLatin1Char('+');
+        const bool minus = first == QLatin1Char('-');
+        bool ok = false;
+        YJsonType kind = YJSONTYPE_EMPTY;
+        double number = 0;
+        const qlonglong asLong = token.toLongLong(&ok, 10);
+        if (!plus && ok && asLong >= INT_MIN && asLong <= INT_MAX) {
+            kind = YJSONTYPE_INT;
+            number = double(asLong);
+        } else {
+            const qulonglong asULong = token.toULongLong(&ok, 10);
+            if (!minus && ok && asULong <= UINT_MAX) {
+                kind = YJSONTYPE_UINT;
+                number = double(asULong);
+            } else {
+                number = token.toDouble(&ok);
+                kind = ok ? YJSONTYPE_DOUBLE : YJSONTYPE_EMPTY;
+            }
+        }
+        YJsonReader reader;
+        YJsonValue root;
+        reader.parse(QLatin1Char('[') + token + QLatin1Char(']'), &root);
+        if (kind == YJSONTYPE_EMPTY) {
+            EXPECT_EQ(reader.getErrorCount(), 1);
+            continue;
+        }
+        EXPECT_EQ(reader.getErrorCount(), 0);
+        ASSERT_EQ(root.size(), 1);
+        const YJsonValue value = root.itemAt(0u);
+        EXPECT_EQ(value.getType(), kind);
+        EXPECT_EQ(value.asDouble(), number);
     }
 }

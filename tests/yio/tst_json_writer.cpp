@@ -5,6 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+
 #include "json_test_print.h"
 
 namespace {
@@ -262,4 +267,40 @@ TEST(YJsonWriter, CommentsRoundTrip)
     QString third;
     YJsonWriter(writeStyle).write(back, third);
     EXPECT_EQ(third, expected);
+}
+
+TEST(YJsonWriter, NumbersAreWrittenAsAsStringGivesThem)
+{
+    // The writer formats numbers on its own; its text must be asString's, digit for digit.
+    std::mt19937_64 generator(42);
+    YJsonValue values;
+    for (int i = 0; i < 20000; ++i) {
+        quint64 bits = generator();
+        double d;
+        std::memcpy(&d, &bits, sizeof(d));
+        if (!std::isfinite(d))
+            continue;
+        values.append(d);
+        values.append(
+            static_cast<double>(static_cast<qint64>(generator() % 2000000000) - 1000000000)
+            / static_cast<double>(1 + generator() % 100000));
+        values.append(static_cast<int>(generator()));
+        values.append(static_cast<unsigned int>(generator()));
+    }
+    values.append(0.0);
+    values.append(-0.0);
+    values.append(1e-320);
+    values.append(std::numeric_limits<double>::infinity());
+    values.append(-std::numeric_limits<double>::infinity());
+    values.append(std::numeric_limits<double>::quiet_NaN());
+    QString text;
+    YJsonWriter(YJSONWRITER_NONE).write(values, text);
+    const QStringList lines = text.split(QLatin1Char('\n'));
+    ASSERT_EQ(lines.size(), values.size() + 3); // "[", the values, "]", and the empty end
+    for (int i = 0; i < values.size(); ++i) {
+        QString line = lines.at(i + 1);
+        if (line.endsWith(QLatin1Char(',')))
+            line.chop(1);
+        ASSERT_EQ(line, values.itemAt(unsigned(i)).asString()) << i;
+    }
 }
