@@ -194,17 +194,28 @@ void YJsonValue::unRef()
 // collected in a list rather than by nested destructors.
 void YJsonValue::release(YJsonRefData* data)
 {
+    auto isLeaf = [](const YJsonRefData* d) {
+        return d->m_value.m_array.isEmpty() && d->m_value.m_map.isEmpty();
+    };
+    if (isLeaf(data)) {
+        delete data;
+        return;
+    }
     std::vector<YJsonRefData*> pending(1, data);
     while (!pending.empty()) {
         YJsonRefData* current = pending.back();
         pending.pop_back();
-        auto take = [&pending](YJsonValue& child) {
+        auto take = [&pending, &isLeaf](YJsonValue& child) {
             YJsonRefData* childData = child.m_refData;
             if (!childData)
                 return;
             child.m_refData = nullptr;
-            if (--childData->m_refCount == 0)
-                pending.push_back(childData);
+            if (--childData->m_refCount == 0) {
+                if (isLeaf(childData))
+                    delete childData;
+                else
+                    pending.push_back(childData);
+            }
         };
         // A container still shared with another record keeps its elements alive anyway.
         QVector<YJsonValue>& array = current->m_value.m_array;
