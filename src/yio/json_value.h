@@ -9,7 +9,7 @@
 #include <QVector>
 
 /// The kinds of a YJsonValue. Kinds 10 to 13 are names only: they have no storage of their own.
-enum YJsonType
+enum YJsonType : int
 {
     YJSONTYPE_EMPTY = 0,
     YJSONTYPE_NULL,
