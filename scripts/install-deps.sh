@@ -8,7 +8,7 @@ set -euo pipefail
 runtime=(
     cmake make ninja-build g++ pkg-config
     qtbase5-dev libqt5sql5-sqlite libqt5sql5-mysql
-    zlib1g-dev libcjson-dev nlohmann-json3-dev rapidjson-dev
+    zlib1g-dev libcjson-dev
 )
 
 # Tests, benchmarks, examples, fuzzing and CI.
@@ -17,6 +17,7 @@ development=(
     clang libclang-rt-14-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     libspdlog-dev libssl-dev libboost-dev
+    nlohmann-json3-dev rapidjson-dev
     lldb python3
 )
 
