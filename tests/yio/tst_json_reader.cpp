@@ -482,3 +482,25 @@ TEST(YJsonReader, NumbersAgreeWithQtsConversions)
         EXPECT_EQ(value.asDouble(), number);
     }
 }
+
+namespace {
+
+class ExposedReader : public YJsonReader
+{
+public:
+    using YJsonReader::UTF8NumBytes;
+};
+
+} // namespace
+
+TEST(YJsonReader, Utf8LeadingBits)
+{
+    EXPECT_EQ(ExposedReader::UTF8NumBytes('a'), 0);
+    EXPECT_EQ(ExposedReader::UTF8NumBytes(char(0x80)), 1);
+    EXPECT_EQ(ExposedReader::UTF8NumBytes(char(0xC3)), 2);
+    EXPECT_EQ(ExposedReader::UTF8NumBytes(char(0xE2)), 3);
+    EXPECT_EQ(ExposedReader::UTF8NumBytes(char(0xF0)), 4);
+    EXPECT_EQ(ExposedReader::UTF8NumBytes(char(0xFC)), 6);
+    EXPECT_EQ(ExposedReader::UTF8NumBytes(char(0xFE)), -1);
+    EXPECT_EQ(ExposedReader::UTF8NumBytes(char(0xFF)), -1);
+}
