@@ -30,10 +30,8 @@ bool toULong32(const QString& token, unsigned int& result)
 
 // The common case of an integer text, [+-]?[0-9]{1,18}, read without Qt's locale machinery. Any
 // other text goes to Qt's conversions, so both ways give the same answers.
-bool plainInteger(const QString& token, qint64& result)
+bool plainInteger(const QChar* p, int n, qint64& result)
 {
-    const QChar* p = token.constData();
-    const int n = token.size();
     int i = 0;
     bool negative = false;
     if (n > 0 && (p[0] == QLatin1Char('+') || p[0] == QLatin1Char('-'))) {
@@ -55,13 +53,11 @@ bool plainInteger(const QString& token, qint64& result)
 
 // A number in the strict JSON form (a '+' allowed in front), converted exactly, as Qt's
 // conversion would. Other forms, and results that over- or underflow, go to Qt.
-bool plainDouble(const QString& token, double& result)
+bool plainDouble(const QChar* p, int n, double& result)
 {
     char buffer[80];
-    const int n = token.size();
     if (n >= int(sizeof(buffer)))
         return false;
-    const QChar* p = token.constData();
     int i = 0;
     int length = 0;
     if (i < n && p[i] == QLatin1Char('+'))
@@ -582,8 +578,77 @@ int YJsonReader::readToken(int ch, QString& token)
     }
 }
 
+// Sets the value from an integer text of the plain form, with the 32-bit ranges.
+static void setPlainInteger(qint64 plain, bool plus, bool minus, YJsonValue& value)
+{
+    if (!plus && plain >= std::numeric_limits<int>::min()
+        && plain <= std::numeric_limits<int>::max())
+        value = static_cast<int>(plain);
+    else if (!minus && plain >= 0 && plain <= std::numeric_limits<unsigned int>::max())
+        value = static_cast<unsigned int>(plain);
+    else
+        value = static_cast<double>(plain);
+}
+
+static bool endsToken(ushort c)
+{
+    switch (c) {
+    case '\b':
+    case '\t':
+    case '\n':
+    case '\r':
+    case ' ':
+    case ',':
+    case ':':
+    case '[':
+    case ']':
+    case '{':
+    case '}':
+        return true;
+    default:
+        return false;
+    }
+}
+
 int YJsonReader::readValue(int ch, YJsonValue& value)
 {
+    // A number in a plain form is read straight from the input, without a token string; the
+    // positions move as readToken would move them.
+    if (value.isEmpty() && m_peekChar < 0 && (ch == '-' || ch == '+' || (ch >= '0' && ch <= '9'))) {
+        const QChar* data = m_inObject->constData();
+        const int size = m_inObject->size();
+        const int start = m_inPos;
+        int pos = start;
+        while (pos < size && pos - start < 64) {
+            const ushort c = data[pos].unicode();
+            if (c == 0 || c > 0xFF || endsToken(c))
+                break;
+            ++pos;
+        }
+        if (pos == size || (pos - start < 64 && endsToken(data[pos].unicode()))) {
+            QChar buffer[66];
+            buffer[0] = QChar(ch);
+            const int n = pos - start + 1;
+            for (int i = 1; i < n; ++i)
+                buffer[i] = data[start + i - 1];
+            qint64 plain = 0;
+            double d = 0;
+            bool done = false;
+            if (plainInteger(buffer, n, plain)) {
+                setPlainInteger(plain, ch == '+', ch == '-', value);
+                done = true;
+            } else if (plainDouble(buffer, n, d)) {
+                value = d;
+                done = true;
+            }
+            if (done) {
+                m_colNo += pos - start;
+                m_inPos = pos;
+                return readChar();
+            }
+        }
+    }
+
     QString token;
     ch = readToken(ch, token);
     if (!value.isEmpty()) {
@@ -600,15 +665,9 @@ int YJsonReader::readValue(int ch, YJsonValue& value)
         unsigned int u = 0;
         qint64 plain = 0;
         double d = 0;
-        if (plainInteger(token, plain)) {
-            if (!plus && plain >= std::numeric_limits<int>::min()
-                && plain <= std::numeric_limits<int>::max())
-                value = static_cast<int>(plain);
-            else if (!minus && plain >= 0 && plain <= std::numeric_limits<unsigned int>::max())
-                value = static_cast<unsigned int>(plain);
-            else
-                value = static_cast<double>(plain);
-        } else if (plainDouble(token, d)) {
+        if (plainInteger(token.constData(), token.size(), plain)) {
+            setPlainInteger(plain, plus, minus, value);
+        } else if (plainDouble(token.constData(), token.size(), d)) {
             value = d;
         } else if (!plus && toLong32(token, i)) {
             value = i;
