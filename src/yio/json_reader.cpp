@@ -746,8 +746,8 @@ void YJsonReader::storeValue(int ch, const QString& key, YJsonValue& value, YJso
             addError(
                 QStringLiteral("cannot store the value: 'key' is missing for JSON object type"));
         } else {
-            YJsonValue& member = parent.item(key);
-            member = value;
+            parent.COW();
+            YJsonValue& member = parent.m_refData->m_value.m_map.insert(key, value).value();
             value = YJsonValue(YJSONTYPE_EMPTY); // the member must be the record's only handle
             member.setLineNo(m_lineNo);
             m_lastStored = &member;

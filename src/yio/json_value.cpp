@@ -3,6 +3,7 @@
 #include "yassert.h"
 #include "yexception.h"
 
+#include <limits>
 #include <vector>
 
 namespace {
@@ -612,8 +613,14 @@ YJsonValue& YJsonValue::item(unsigned int index)
     if (m_refData->m_type != YJSONTYPE_ARRAY)
         setType(YJSONTYPE_ARRAY);
     QVector<YJsonValue>& array = m_refData->m_value.m_array;
-    if (index >= static_cast<unsigned int>(array.size()))
+    if (index >= static_cast<unsigned int>(array.size())) {
+        // A QVector counts in int: an index it can't reach is refused rather than wrapped.
+        if (index >= static_cast<unsigned int>(std::numeric_limits<int>::max()))
+            throw YException(
+                QStringLiteral("YJsonValue::item() - index %1 is beyond what an array can hold")
+                    .arg(index));
         array.resize(static_cast<int>(index) + 1);
+    }
     return array[static_cast<int>(index)];
 }
 

@@ -181,6 +181,10 @@ protected:
     const YJsonValue* find(const QString& key) const;
 
 private:
+    // The reader stores members in place, without the default value that item(key) would make
+    // and throw away for each of them.
+    friend class YJsonReader;
+
     void allocExclusive();
     bool isSameAs(const YJsonValue& other, int depth) const;
     QString toString(int indent, int depth) const;

@@ -143,6 +143,11 @@ TEST(YJsonValue, IndexFillsWithNulls)
     EXPECT_EQ(v.size(), 1);
     EXPECT_EQ(v.getMemberNames(), QStringList {QStringLiteral("k")});
 
+    YJsonValue far;
+    EXPECT_EQ(exceptionText([&] { far.item(UINT_MAX); }),
+        QStringLiteral("YJsonValue::item() - index 4294967295 is beyond what an array can hold"));
+    EXPECT_EQ(far.size(), 0);
+
     YJsonValue m;
     EXPECT_TRUE(m[QStringLiteral("missing")].isNull());
     EXPECT_EQ(m.size(), 1);
