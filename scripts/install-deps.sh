@@ -17,8 +17,11 @@ development=(
     clang libclang-rt-14-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     libspdlog-dev libssl-dev libboost-dev
-    nlohmann-json3-dev rapidjson-dev
     lldb python3
+    nlohmann-json3-dev rapidjson-dev
+    php8.2-cli libinih-dev
+    nginx openssl libcurl4-openssl-dev
+    mariadb-server mariadb-client
 )
 
 packages=("${runtime[@]}")
