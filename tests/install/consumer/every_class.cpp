@@ -4,7 +4,6 @@
 
 #include <yovolib/yovolib.h>
 
-#include <QFile>
 #include <QDir>
 #include <QFile>
 #include <QSqlDatabase>
