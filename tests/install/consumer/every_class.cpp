@@ -4,7 +4,6 @@
 
 #include <yovolib/yovolib.h>
 
-#include <QFile>
 #include <QDir>
 #include <QFile>
 #include <QSqlDatabase>
@@ -231,6 +230,17 @@ int main()
     check(YRc4::selfTest(), "YRc4");
     check(YCompress::zlibUncompress(YCompress::zlibCompress("text", 9)) == "text", "YCompress");
 
+    // JSON
+    YJsonValue json;
+    YJsonReader jsonReader;
+    check(jsonReader.parse(QStringLiteral("{\"a\":[1]}"), &json) == 0, "YJsonReader");
+    check(json.itemAt(QStringLiteral("a")).size() == 1, "YJsonValue");
+    QString jsonText;
+    YJsonWriter(YJSONWRITER_NONE).write(json, jsonText);
+    check(jsonText == QStringLiteral("{\n\"a\" : [\n1\n]\n}\n"), "YJsonWriter");
+    YJSONRoot jsonRoot(QByteArray("{\"a\":1}"));
+    check(jsonRoot.isOk(), "YJSONRoot");
+    check(jsonRoot.toElement().namedObject(QStringLiteral("a")).toInt() == 1, "YJSONElement");
     // HTTP and web API (nothing here reaches the network)
     YSimpleURL simpleUrl;
     simpleUrl.setHeader("X-Name", "value");
