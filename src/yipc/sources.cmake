@@ -1,0 +1,15 @@
+yovo_add_sources(
+    PUBLIC_HEADERS
+        field_info.h
+        message.h
+        message_handler.h
+        type_info.h
+        type_registry.h
+        xml_type_loader.h
+    SOURCES
+        field_info.cpp
+        message.cpp
+        message_handler.cpp
+        type_info.cpp
+        type_registry.cpp
+        xml_type_loader.cpp)

@@ -1,0 +1,17 @@
+yovo_add_sources(
+    PUBLIC_HEADERS
+        ip_verifier.h
+        message_simple_server.h
+        network_peer.h
+    PRIVATE_HEADERS
+        ip_verifier_p.h
+        message_simple_server_p.h
+        network_peer_p.h
+    SOURCES
+        ip_verifier.cpp
+        message_simple_server.cpp
+        network_peer.cpp
+    POSIX_SOURCES
+        ip_verifier_posix.cpp
+        message_simple_server_posix.cpp
+        network_peer_posix.cpp)
