@@ -197,8 +197,8 @@ YFieldInfo YFieldInfo::getInternalFieldInfo(const QString& name)
     fillTablesIfNeeded();
     const auto it = INTERNAL_FIELD_TYPES_HASH.constFind(name);
     if (it == INTERNAL_FIELD_TYPES_HASH.constEnd())
-        failedAssertion(__FILE__, __LINE__, "YFieldInfo::isNameInternal(name)", nullptr,
-            YDebug::STDERR);
+        failedAssertion(
+            __FILE__, __LINE__, "YFieldInfo::isNameInternal(name)", nullptr, YDebug::STDERR);
     return it.value();
 }
 

@@ -4,8 +4,8 @@
 
 YMessageHandler::~YMessageHandler() = default;
 
-const QString YMessageHandlerFactory::START_MESSAGE_DUMMY_NAME =
-    QStringLiteral("START_MESSAGE_DUMMY_NAME");
+const QString YMessageHandlerFactory::START_MESSAGE_DUMMY_NAME
+    = QStringLiteral("START_MESSAGE_DUMMY_NAME");
 YMessageHandlerFactory* YMessageHandlerFactory::_factory = nullptr;
 
 YMessageHandlerFactory* YMessageHandlerFactory::getInstance()

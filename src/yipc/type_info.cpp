@@ -19,7 +19,8 @@ QString notFinalized(const QString& name)
 
 } // namespace
 
-template<class Hash> YTypeInfo_t<Hash>::YTypeInfo_t(const QString& name)
+template<class Hash>
+YTypeInfo_t<Hash>::YTypeInfo_t(const QString& name)
     : _d(new YTypeInfoData<Hash>)
 {
     _d->_name = name;
@@ -110,12 +111,13 @@ template<class Hash> void YTypeInfo_t<Hash>::finalize()
     if (isFinalized())
         throw YException(QStringLiteral("type %1 is already finalized").arg(_d->_name));
 
-    const YFieldInfo contentDigest = YFieldInfo::getInternalFieldInfo(YFieldInfo::FN_CONTENT_DIGEST);
+    const YFieldInfo contentDigest
+        = YFieldInfo::getInternalFieldInfo(YFieldInfo::FN_CONTENT_DIGEST);
     addField(contentDigest.getName(), contentDigest.getType(), contentDigest.getSize(),
         YFieldInfo::FP_INTERNAL);
     const YFieldInfo typeDigest = YFieldInfo::getInternalFieldInfo(YFieldInfo::FN_TYPE_DIGEST);
-    addField(typeDigest.getName(), typeDigest.getType(), typeDigest.getSize(),
-        YFieldInfo::FP_INTERNAL);
+    addField(
+        typeDigest.getName(), typeDigest.getType(), typeDigest.getSize(), YFieldInfo::FP_INTERNAL);
     const unsigned int fieldCount = static_cast<unsigned int>(_d->_fieldsByName.size());
     const YFieldInfo offsets = YFieldInfo::getInternalFieldInfo(YFieldInfo::FN_OFFSETS);
     addField(offsets.getName(), offsets.getType(), fieldCount * 8 + 16, YFieldInfo::FP_INTERNAL);
@@ -225,7 +227,8 @@ template<class Hash> bool YTypeInfo_t<Hash>::isIdenticalTo(const YTypeInfo_t& ot
         return false;
     for (auto it = _d->_fieldsByName.constBegin(); it != _d->_fieldsByName.constEnd(); ++it) {
         const auto theirs = other._d->_fieldsByName.constFind(it.key());
-        if (theirs == other._d->_fieldsByName.constEnd() || !it.value().isIdenticalTo(theirs.value()))
+        if (theirs == other._d->_fieldsByName.constEnd()
+            || !it.value().isIdenticalTo(theirs.value()))
             return false;
     }
     return true;

@@ -72,8 +72,8 @@ public:
     virtual ~YTypeInfo_t();
 
     /// Throws when the name exists already or the type is finalised; both can stand in one text.
-    void addField(const QString& name, unsigned int type, unsigned int size,
-        unsigned int properties);
+    void addField(
+        const QString& name, unsigned int type, unsigned int size, unsigned int properties);
     void add8Field(const QString& name);
     void add16Field(const QString& name);
     void add32Field(const QString& name);

@@ -66,8 +66,7 @@ QHash<QString, YTypeInfo_t<YMD5>> YXmlTypeLoader::loadAllTypes()
 YTypeInfo_t<YMD5> YXmlTypeLoader::constructType(QDomElement* typeElement)
 {
     YTypeInfo_t<YMD5> type(typeElement->attribute(QStringLiteral("name")));
-    for (QDomNode child = typeElement->firstChild(); !child.isNull();
-         child = child.nextSibling()) {
+    for (QDomNode child = typeElement->firstChild(); !child.isNull(); child = child.nextSibling()) {
         if (!child.isElement())
             continue;
         QDomElement field = child.toElement();
@@ -76,8 +75,10 @@ YTypeInfo_t<YMD5> YXmlTypeLoader::constructType(QDomElement* typeElement)
 
         const QDomAttr nameAttribute = field.attributeNode(QStringLiteral("name"));
         const QDomAttr typeAttribute = field.attributeNode(QStringLiteral("type"));
-        const QString attributeFieldName = nameAttribute.isNull() ? QString() : nameAttribute.value();
-        const QString attributeFieldType = typeAttribute.isNull() ? QString() : typeAttribute.value();
+        const QString attributeFieldName
+            = nameAttribute.isNull() ? QString() : nameAttribute.value();
+        const QString attributeFieldType
+            = typeAttribute.isNull() ? QString() : typeAttribute.value();
         YLOADER_ASSERT(!attributeFieldName.isNull(), "!attributeFieldName.isNull()");
         YLOADER_ASSERT(!attributeFieldType.isNull(), "!attributeFieldType.isNull()");
 
@@ -93,8 +94,8 @@ YTypeInfo_t<YMD5> YXmlTypeLoader::constructType(QDomElement* typeElement)
             type.addVariableSizeField(attributeFieldName);
         } else if (attributeFieldType == YFieldInfo::FTN_FIXED_SIZE) {
             const QDomAttr sizeAttribute = field.attributeNode(QStringLiteral("size"));
-            const QString attributeFieldSize =
-                sizeAttribute.isNull() ? QString() : sizeAttribute.value();
+            const QString attributeFieldSize
+                = sizeAttribute.isNull() ? QString() : sizeAttribute.value();
             YLOADER_ASSERT(!attributeFieldSize.isNull(), "!attributeFieldSize.isNull()");
             const unsigned long fieldSize = attributeFieldSize.toULong(nullptr, 10);
             YLOADER_ASSERT(fieldSize != 0, "fieldSize != 0");

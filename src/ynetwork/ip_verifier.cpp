@@ -54,9 +54,9 @@ void YIpVerifier::addMasksInternalNoLock(QStringList masks)
             _masks.append(mask);
             continue;
         }
-        YLOG_WARNING(YDebug::STDOUT) << "Error in parsing \"" + mask.toLatin1()
-                + "\" for allowed IPs. Mask skipped."
-                                     << yflush;
+        YLOG_WARNING(YDebug::STDOUT)
+            << "Error in parsing \"" + mask.toLatin1() + "\" for allowed IPs. Mask skipped."
+            << yflush;
     }
 }
 
@@ -107,8 +107,8 @@ bool YIpVerifier::matchMaskNoLock(unsigned long address, QString mask) const
     // A mask with more wild octets than an address has gives a length below 0: nothing matches.
     if (!ok || prefix < 0 || prefix > 32)
         return false;
-    const unsigned long netmask =
-        prefix == 0 ? 0ul : yipverifier::toNetworkOrderSys(0xFFFFFFFFul << (32 - prefix));
+    const unsigned long netmask
+        = prefix == 0 ? 0ul : yipverifier::toNetworkOrderSys(0xFFFFFFFFul << (32 - prefix));
 
     QString addressText = mask.left(slash);
     addressText.replace(JOKER, QStringLiteral("255"));

@@ -21,8 +21,7 @@ const int WRITE_WAIT_MS = 30000;
 // deleting a socket drops what it still buffers.
 void closeServed(QTcpSocket* socket)
 {
-    while (socket->bytesToWrite() > 0 && socket->waitForBytesWritten(WRITE_WAIT_MS)) {
-    }
+    while (socket->bytesToWrite() > 0 && socket->waitForBytesWritten(WRITE_WAIT_MS)) { }
     ymessageserver::finishConnectionSys(static_cast<int>(socket->socketDescriptor()));
     socket->abort();
     delete socket;

@@ -15,8 +15,7 @@ void finishConnectionSys(int descriptor)
         return;
     ::shutdown(descriptor, SHUT_WR);
     char sink[4096];
-    while (::recv(descriptor, sink, sizeof(sink), MSG_DONTWAIT) > 0) {
-    }
+    while (::recv(descriptor, sink, sizeof(sink), MSG_DONTWAIT) > 0) { }
 }
 
 } // namespace ymessageserver

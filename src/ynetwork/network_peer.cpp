@@ -33,8 +33,8 @@ void YNetworkPeer::connect(const char* host, unsigned short port)
 {
     try {
         if (state() == QAbstractSocket::ConnectedState)
-            throw YException("The socket is already connected. Please disconnect first.",
-                __FILE__, __LINE__);
+            throw YException(
+                "The socket is already connected. Please disconnect first.", __FILE__, __LINE__);
         connectRaw(host, port);
     } catch (const YException& e) {
         throw YException(QStringLiteral("Connection error to %1:%2 (%3)")
@@ -49,12 +49,12 @@ void YNetworkPeer::connectRaw(const char* host, unsigned short port)
     const int descriptor = ynetworkpeer::connectSys(host, port);
     if (!setSocketDescriptor(descriptor, QAbstractSocket::ConnectedState, QIODevice::ReadWrite)) {
         ynetworkpeer::closeSys(descriptor);
-        throw YException(QStringLiteral("Can't set socket descriptor: ") + errorString(),
-            __FILE__, __LINE__);
+        throw YException(
+            QStringLiteral("Can't set socket descriptor: ") + errorString(), __FILE__, __LINE__);
     }
     if (!(state() == QAbstractSocket::ConnectedState))
-        failedAssertion(__FILE__, __LINE__, "state() == QAbstractSocket::ConnectedState",
-            nullptr, YDebug::STDERR);
+        failedAssertion(__FILE__, __LINE__, "state() == QAbstractSocket::ConnectedState", nullptr,
+            YDebug::STDERR);
 }
 
 void YNetworkPeer::connect(const QUrl& url)
@@ -112,15 +112,13 @@ void YNetworkPeer::receiveBuffer(void* data, unsigned long long size)
         if (bytesAvailable() == 0 && !waitForReadyRead(IO_WAIT_MS)) {
             if (error() == QAbstractSocket::SocketTimeoutError) {
                 disconnect();
-                throw YException(
-                    QStringLiteral("Network timeout error (%1)").arg(IO_WAIT_MS), __FILE__,
-                    __LINE__);
+                throw YException(QStringLiteral("Network timeout error (%1)").arg(IO_WAIT_MS),
+                    __FILE__, __LINE__);
             }
             const QString error = errorString();
             disconnect();
-            throw YException(
-                QStringLiteral("Network error while waiting for read: ") + error, __FILE__,
-                __LINE__);
+            throw YException(QStringLiteral("Network error while waiting for read: ") + error,
+                __FILE__, __LINE__);
         }
         const qint64 got = read(bytes, static_cast<qint64>(length));
         if (got < 0) {

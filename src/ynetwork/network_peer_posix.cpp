@@ -62,8 +62,7 @@ void resolve(const char* host, sockaddr_in& address)
     int error = 0;
     std::vector<char> buffer(1024);
     for (;;) {
-        const int rc =
-            gethostbyname_r(host, &entry, buffer.data(), buffer.size(), &result, &error);
+        const int rc = gethostbyname_r(host, &entry, buffer.data(), buffer.size(), &result, &error);
         if (rc == ERANGE && buffer.size() < 65536) {
             buffer.resize(buffer.size() * 2);
             continue;
@@ -89,15 +88,15 @@ void waitUntilConnected(int descriptor)
         if (error == EINTR)
             continue;
         if (error != EALREADY)
-            throw YException(QStringLiteral("select() failed: ") + errorText(error), __FILE__,
-                __LINE__);
+            throw YException(
+                QStringLiteral("select() failed: ") + errorText(error), __FILE__, __LINE__);
         break;
     }
     int value = 0;
     socklen_t length = sizeof(value);
     if (::getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &value, &length) != 0)
-        throw YException(QStringLiteral("getsockopt() failed: ") + errorText(errno), __FILE__,
-            __LINE__);
+        throw YException(
+            QStringLiteral("getsockopt() failed: ") + errorText(errno), __FILE__, __LINE__);
     if (value != 0)
         throw YException(
             QStringLiteral("connect() failed: ") + errorText(value), __FILE__, __LINE__);
@@ -111,8 +110,8 @@ int connectSys(const char* host, unsigned short port)
 {
     const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (descriptor < 0)
-        throw YException(QStringLiteral("Can't create a socket: ") + errorText(errno), __FILE__,
-            __LINE__);
+        throw YException(
+            QStringLiteral("Can't create a socket: ") + errorText(errno), __FILE__, __LINE__);
     DescriptorGuard guard(descriptor);
 
     sockaddr_in address;

@@ -6,8 +6,8 @@
 namespace {
 
 // The text of the exception a declaration throws, or "" when it is accepted.
-std::string declare(const char* name, unsigned int type, unsigned int size,
-    unsigned int properties, unsigned int order)
+std::string declare(const char* name, unsigned int type, unsigned int size, unsigned int properties,
+    unsigned int order)
 {
     try {
         YFieldInfo field(QString::fromLatin1(name), type, size, properties, order);
@@ -73,8 +73,8 @@ TEST(YFieldInfo, TablesAreFilledByTheFirstDescriptor)
     YFieldInfo("a", YFieldInfo::FT_8, 1, YFieldInfo::FP_NOTHING, 3);
     const QHash<unsigned int, unsigned int> atomic {{1, 1}, {2, 2}, {3, 4}, {4, 8}};
     EXPECT_EQ(atomic, YFieldInfo::ATOMIC_FIELD_TYPES_HASH);
-    const QHash<unsigned int, QString> types {{1, "FT_8"}, {2, "FT_16"}, {3, "FT_32"},
-        {4, "FT_64"}, {101, "FT_FIXED_SIZE"}, {102, "FT_VARIABLE_SIZE"}};
+    const QHash<unsigned int, QString> types {{1, "FT_8"}, {2, "FT_16"}, {3, "FT_32"}, {4, "FT_64"},
+        {101, "FT_FIXED_SIZE"}, {102, "FT_VARIABLE_SIZE"}};
     EXPECT_EQ(types, YFieldInfo::FIELD_TYPE_TO_STRING_HASH);
     const QHash<unsigned int, QString> properties {{0, "FP_NOTHING"}, {1, "FP_INTERNAL"}};
     EXPECT_EQ(properties, YFieldInfo::FIELD_PROPERTIES_TO_STRING_HASH);
@@ -117,8 +117,9 @@ TEST(YFieldInfo, UnknownTypesThrow)
     for (unsigned int type : {5u, 0u, 100u, 103u}) {
         const std::string text = declare("a", type, 0, YFieldInfo::FP_NOTHING, 3);
         EXPECT_TRUE(contains(text, "the type is not known or not reserved for internal")) << type;
-        EXPECT_TRUE(contains(text, "Can't declare an internal field [Field: Name a, Type [THE "
-                                   "TYPE "))
+        EXPECT_TRUE(contains(text,
+            "Can't declare an internal field [Field: Name a, Type [THE "
+            "TYPE "))
             << text;
     }
     EXPECT_EQ("Can't declare an internal field [Field: Name a, Type [THE TYPE 5 DOES NOT EXIST!], "
@@ -148,9 +149,8 @@ TEST(YFieldInfo, InternalFieldOfAnotherTypeThrows)
 
 TEST(YFieldInfo, InternalFieldWithoutItsPropertyThrows)
 {
-    EXPECT_TRUE(
-        contains(declare("ContentDigest", YFieldInfo::FT_32, 4, YFieldInfo::FP_NOTHING, 0),
-            "The internal field parameters are not as expected"));
+    EXPECT_TRUE(contains(declare("ContentDigest", YFieldInfo::FT_32, 4, YFieldInfo::FP_NOTHING, 0),
+        "The internal field parameters are not as expected"));
 }
 
 TEST(YFieldInfo, UserFieldMarkedInternalAtAnInternalOrderIsAcceptedSilently)

@@ -115,8 +115,8 @@ TEST(YMessage, PropertiesStandInWireOrder)
 TEST(YMessage, ExampleFrameIsSixtyOneBytes)
 {
     std::unique_ptr<YMessage> message(example());
-    const QByteArray body = bodyNaming("YMessage") + stringVariant(QString())
-        + stringVariant("a") + intVariant(5) + stringVariant("b");
+    const QByteArray body = bodyNaming("YMessage") + stringVariant(QString()) + stringVariant("a")
+        + intVariant(5) + stringVariant("b");
     ASSERT_EQ(53, body.size());
     const QByteArray expected = QByteArray::fromHex("00000035"
                                                     "00000035"
@@ -138,8 +138,8 @@ TEST(YMessage, EmptyAndNullTextsDiffer)
     message.setStringType(QStringLiteral(""));
     message.setIntData(-1);
     const QByteArray frame = frameOf(&message);
-    const QByteArray body = bodyNaming("YMessage") + stringVariant(QString())
-        + word(10) + QByteArray(1, '\0') + word(0) + intVariant(-1) + stringVariant(QString());
+    const QByteArray body = bodyNaming("YMessage") + stringVariant(QString()) + word(10)
+        + QByteArray(1, '\0') + word(0) + intVariant(-1) + stringVariant(QString());
     EXPECT_EQ(frameAround(body).toHex(), frame.toHex());
 
     const std::unique_ptr<YMessage> back = readFrom(frame);
@@ -182,9 +182,8 @@ TEST(YMessage, NonLatinTextSurvives)
 
 TEST(YMessage, FrameNamingAnotherClassThrowsAndTheStreamStandsAtTheNextFrame)
 {
-    const QByteArray foo = frameAround(
-        bodyNaming("Foo") + stringVariant(QString()) + stringVariant("x") + intVariant(1)
-        + stringVariant("y"));
+    const QByteArray foo = frameAround(bodyNaming("Foo") + stringVariant(QString())
+        + stringVariant("x") + intVariant(1) + stringVariant("y"));
     std::unique_ptr<YMessage> second(example());
     const QByteArray both = foo + frameOf(second.get());
 
@@ -230,8 +229,8 @@ TEST(YMessage, ValueOfAnotherTypeIsConvertedOrLeavesTheField)
 
 TEST(YMessage, TruncatedBodyGivesWhatArrived)
 {
-    const QByteArray body = bodyNaming("YMessage") + stringVariant(QString())
-        + stringVariant("only this");
+    const QByteArray body
+        = bodyNaming("YMessage") + stringVariant(QString()) + stringVariant("only this");
     const std::unique_ptr<YMessage> back = readFrom(frameAround(body));
     EXPECT_EQ(QStringLiteral("only this"), back->getStringType());
     EXPECT_TRUE(back->getStringData().isEmpty());

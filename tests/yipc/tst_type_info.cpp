@@ -276,7 +276,8 @@ TEST(YTypeInfo, IsIdenticalToComparesFieldsOnly)
     YTypeInfo_t<YMD5> other("other");
     other.add32Field("a");
     other.finalize();
-    // Same fields, another name: the Offsets size and the orders agree, the names are not looked at.
+    // Same fields, another name: the Offsets size and the orders agree, the names are not looked
+    // at.
     EXPECT_TRUE(typeT().isIdenticalTo(other));
     EXPECT_FALSE(typeT() == other);
     YTypeInfo_t<YMD5> wider("t");

@@ -78,7 +78,8 @@ TEST(YXmlTypeLoader, TypesAgreeWithTheSameTypesDeclaredInCode)
     record.add32Field("count");
     record.finalize();
 
-    EXPECT_EQ(status.getTypeDigest(), types.value("Status", YTypeInfo_t<YMD5>("x")).getTypeDigest());
+    EXPECT_EQ(
+        status.getTypeDigest(), types.value("Status", YTypeInfo_t<YMD5>("x")).getTypeDigest());
     EXPECT_TRUE(status.isIdenticalTo(types.value("Status", YTypeInfo_t<YMD5>("x"))));
     const YTypeInfo_t<YMD5> loaded = document.loader().loadTypeByName("Record");
     EXPECT_EQ(record.getTypeDigest(), loaded.getTypeDigest());
@@ -97,8 +98,10 @@ TEST(YXmlTypeLoader, EmptyTypesGiveAnEmptyHashAndNoType)
 
 TEST(YXmlTypeLoader, SwappedFieldsGiveAnotherDigest)
 {
-    Document ab(R"(<types><t name="t"><field name="a" type="FT_8"/><field name="b" type="FT_8"/></t></types>)");
-    Document ba(R"(<types><t name="t"><field name="b" type="FT_8"/><field name="a" type="FT_8"/></t></types>)");
+    Document ab(
+        R"(<types><t name="t"><field name="a" type="FT_8"/><field name="b" type="FT_8"/></t></types>)");
+    Document ba(
+        R"(<types><t name="t"><field name="b" type="FT_8"/><field name="a" type="FT_8"/></t></types>)");
     EXPECT_NE(ab.loader().loadTypeByName("t").getTypeDigest(),
         ba.loader().loadTypeByName("t").getTypeDigest());
 }
@@ -165,9 +168,11 @@ TEST(YXmlTypeLoader, CopiesShareTheDevice)
 TEST(YXmlTypeLoaderDeathTest, FixedSizeOfZeroEndsTheProcess)
 {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    Document document(R"(<types><t name="t"><field name="a" type="FT_FIXED_SIZE" size="0"/></t></types>)");
+    Document document(
+        R"(<types><t name="t"><field name="a" type="FT_FIXED_SIZE" size="0"/></t></types>)");
     EXPECT_DEATH(document.loader().loadAllTypes(), "fieldSize != 0");
-    Document notNumber(R"(<types><t name="t"><field name="a" type="FT_FIXED_SIZE" size="ten"/></t></types>)");
+    Document notNumber(
+        R"(<types><t name="t"><field name="a" type="FT_FIXED_SIZE" size="ten"/></t></types>)");
     EXPECT_DEATH(notNumber.loader().loadAllTypes(), "fieldSize != 0");
 }
 
