@@ -13,3 +13,5 @@ yovo_add_sources(
         ymd5.cpp
         yrc4.cpp
         ysha256.cpp)
+
+target_link_libraries(yovolib PRIVATE ZLIB::ZLIB)
