@@ -13,3 +13,5 @@ yovo_add_sources(
         type_info.cpp
         type_registry.cpp
         xml_type_loader.cpp)
+# The type loader parses with QDomDocument, which no public header shows.
+target_link_libraries(yovolib PRIVATE Qt5::Xml)

@@ -15,3 +15,5 @@ yovo_add_sources(
         ip_verifier_posix.cpp
         message_simple_server_posix.cpp
         network_peer_posix.cpp)
+# The peer and the server are QTcpSocket and QTcpServer: daemons see the network module.
+target_link_libraries(yovolib PUBLIC Qt5::Network)
