@@ -106,8 +106,8 @@ void BM_Write_HandWritten(benchmark::State& state)
         frame.clear();
         QDataStream stream(&frame, QIODevice::WriteOnly);
         stream.setVersion(QDataStream::Qt_4_8);
-        writeByHand(stream, message->objectName(), message->getStringType(),
-            message->getIntData(), message->getStringData());
+        writeByHand(stream, message->objectName(), message->getStringType(), message->getIntData(),
+            message->getStringData());
         benchmark::DoNotOptimize(frame.data());
     }
     state.SetItemsProcessed(state.iterations());

@@ -1,5 +1,6 @@
 #include "message.h"
 
+#include "message_body_p.h"
 #include "yassert.h"
 #include "yexception.h"
 
@@ -61,6 +62,32 @@ bool nextValueIsPlain(QDataStream& inner)
     }
 }
 
+// The class name and the values one by one, as Qt's stream format reads them. Throws for a body
+// that names another class.
+YMessage* readGenerally(const QByteArray& body)
+{
+    QDataStream inner(body);
+    inner.setVersion(FRAME_STREAM_VERSION);
+    char* rawName = nullptr;
+    inner >> rawName;
+    const std::unique_ptr<char[]> className(rawName);
+    if (!className || std::strcmp(className.get(), "YMessage") != 0)
+        throw YException("unrecognized class while deserializing");
+
+    YMessage* result = new YMessage;
+    const QMetaObject* meta = result->metaObject();
+    const int count = meta->propertyCount();
+    for (int i = 0; i < count; ++i) {
+        if (!nextValueIsPlain(inner))
+            break;
+        QVariant value;
+        inner >> value;
+        // kept: frame-property-type-ignored
+        meta->property(i).write(result, value);
+    }
+    return result;
+}
+
 } // namespace
 
 YMessage::YMessage()
@@ -87,11 +114,13 @@ QDataStream& operator<<(QDataStream& stream, const YMessage* message)
 {
     if (!message)
         failedAssertion(__FILE__, __LINE__, "message != 0", nullptr, YDebug::STDERR);
+    const QMetaObject* meta = message->metaObject();
     QByteArray body;
-    {
+    if (meta == &YMessage::staticMetaObject) {
+        body = framebody::write(*message);
+    } else {
         QDataStream inner(&body, QIODevice::WriteOnly);
         inner.setVersion(FRAME_STREAM_VERSION);
-        const QMetaObject* meta = message->metaObject();
         inner << meta->className();
         const int count = meta->propertyCount();
         for (int i = 0; i < count; ++i)
@@ -118,25 +147,11 @@ QDataStream& operator>>(QDataStream& stream, YMessage*& message)
     QByteArray body;
     stream >> body;
 
-    QDataStream inner(&body, QIODevice::ReadOnly);
-    inner.setVersion(FRAME_STREAM_VERSION);
-    char* rawName = nullptr;
-    inner >> rawName;
-    const std::unique_ptr<char[]> className(rawName);
-    if (!className || std::strcmp(className.get(), "YMessage") != 0)
-        throw YException("unrecognized class while deserializing");
-
-    YMessage* result = new YMessage;
+    // The body as peers write it is read directly; anything else goes the general way, value by
+    // value through QVariant, which gives the same message for the common form.
+    YMessage* result = framebody::read(body);
+    if (!result)
+        result = readGenerally(body);
     message = result;
-    const QMetaObject* meta = result->metaObject();
-    const int count = meta->propertyCount();
-    for (int i = 0; i < count; ++i) {
-        if (!nextValueIsPlain(inner))
-            break;
-        QVariant value;
-        inner >> value;
-        // kept: frame-property-type-ignored
-        meta->property(i).write(result, value);
-    }
     return stream;
 }

@@ -6,9 +6,12 @@ yovo_add_sources(
         type_info.h
         type_registry.h
         xml_type_loader.h
+    PRIVATE_HEADERS
+        message_body_p.h
     SOURCES
         field_info.cpp
         message.cpp
+        message_body.cpp
         message_handler.cpp
         type_info.cpp
         type_registry.cpp

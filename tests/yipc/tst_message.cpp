@@ -90,7 +90,53 @@ QByteArray bodyNaming(const char* className)
     return word(quint32(name.size() + 1)) + name + QByteArray(1, '\0');
 }
 
+// A class of its own with the message's properties and no more: it is written the general way,
+// property by property through the meta-object.
+class RenamedMessage : public YMessage
+{
+    Q_OBJECT
+};
+
+// One more property: it follows the message's four on the wire.
+class WiderMessage : public YMessage
+{
+    Q_OBJECT
+    Q_PROPERTY(int extra READ extra)
+public:
+    int extra() const { return 77; }
+};
+
 } // namespace
+
+TEST(YMessage, GeneralAndDirectWritersGiveTheSameBytes)
+{
+    std::unique_ptr<YMessage> message(example());
+    message->setObjectName(QString::fromUtf8("n\xC3\xA4me"));
+    RenamedMessage renamed;
+    renamed.setObjectName(message->objectName());
+    renamed.setStringType("a");
+    renamed.setIntData(5);
+    renamed.setStringData("b");
+    const QByteArray direct = frameOf(message.get());
+    const QByteArray general = frameOf(&renamed);
+    const QByteArray className = bodyNaming("YMessage");
+    const QByteArray otherName = bodyNaming("RenamedMessage");
+    EXPECT_EQ(direct.mid(8 + className.size()).toHex(), general.mid(8 + otherName.size()).toHex());
+    EXPECT_EQ(otherName, general.mid(8, otherName.size()));
+}
+
+TEST(YMessage, FrameOfAWiderClassCarriesItsPropertiesAndIsNotRead)
+{
+    WiderMessage wider;
+    wider.setStringType("a");
+    wider.setIntData(5);
+    wider.setStringData("b");
+    const QByteArray body = bodyNaming("WiderMessage") + stringVariant(QString())
+        + stringVariant("a") + intVariant(5) + stringVariant("b") + intVariant(77);
+    const QByteArray frame = frameOf(&wider);
+    EXPECT_EQ(frameAround(body).toHex(), frame.toHex());
+    EXPECT_THROW(readFrom(frame), YException);
+}
 
 TEST(YMessage, TextForms)
 {
@@ -292,3 +338,5 @@ TEST(YMessage, GarbledFramesNeverCrash)
     }
     SUCCEED();
 }
+
+#include "tst_message.moc"
