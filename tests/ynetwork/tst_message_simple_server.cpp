@@ -17,7 +17,7 @@ namespace {
 QByteArray runClient(const QStringList& arguments, int timeoutMs = 120000)
 {
     QByteArray output;
-    const int code = yovotest::runHelper("message_client", arguments, timeoutMs, &output);
+    const int code = yovotest::runHelper("message_test_client", arguments, timeoutMs, &output);
     if (code != 0)
         return QByteArray("exit ") + QByteArray::number(code) + ": " + output;
     return output;
