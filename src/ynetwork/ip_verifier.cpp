@@ -2,12 +2,55 @@
 
 #include "ip_verifier_p.h"
 #include "ydebug.h"
+#include "ysanitizer_p.h"
 
-#include <QReadLocker>
 #include <QRegExp>
-#include <QWriteLocker>
 
 namespace {
+
+// Scope guards over the verifier's locks that also tell the race detector about them: the locks
+// are taken inside QtCore, where it can't see them.
+class ReadLocker
+{
+public:
+    explicit ReadLocker(QReadWriteLock* lock)
+        : _lock(lock)
+    {
+        _lock->lockForRead();
+        YOVO_TSAN_ACQUIRE(_lock);
+    }
+    ~ReadLocker()
+    {
+        YOVO_TSAN_RELEASE(_lock);
+        _lock->unlock();
+    }
+    ReadLocker(const ReadLocker&) = delete;
+    ReadLocker& operator=(const ReadLocker&) = delete;
+
+private:
+    QReadWriteLock* _lock;
+};
+
+class WriteLocker
+{
+public:
+    explicit WriteLocker(QReadWriteLock* lock)
+        : _lock(lock)
+    {
+        _lock->lockForWrite();
+        YOVO_TSAN_ACQUIRE(_lock);
+    }
+    ~WriteLocker()
+    {
+        YOVO_TSAN_RELEASE(_lock);
+        _lock->unlock();
+    }
+    WriteLocker(const WriteLocker&) = delete;
+    WriteLocker& operator=(const WriteLocker&) = delete;
+
+private:
+    QReadWriteLock* _lock;
+};
 
 const QString JOKER = QStringLiteral("*");
 const QString JOKER_QUAD = QStringLiteral("*.*.*.*");
@@ -27,8 +70,8 @@ YIpVerifier::YIpVerifier(QStringList masks, bool allowAll)
     : _joker(allowAll)
 {
     {
-        QWriteLocker cacheLocker(&_cacheLock);
-        QWriteLocker masksLocker(&_masksLock);
+        WriteLocker cacheLocker(&_cacheLock);
+        WriteLocker masksLocker(&_masksLock);
         clearIPsAndMasksNoLock();
         addMasksInternalNoLock(masks);
     }
@@ -73,13 +116,13 @@ bool YIpVerifier::verify(unsigned long address)
     if (_joker)
         return true;
     {
-        QReadLocker cacheLocker(&_cacheLock);
+        ReadLocker cacheLocker(&_cacheLock);
         const auto it = _cache.constFind(address);
         if (it != _cache.constEnd())
             return it.value();
     }
-    QWriteLocker cacheLocker(&_cacheLock);
-    QReadLocker masksLocker(&_masksLock);
+    WriteLocker cacheLocker(&_cacheLock);
+    ReadLocker masksLocker(&_masksLock);
     for (const QString& mask : qAsConst(_masks)) {
         if (matchMaskNoLock(address, mask)) {
             _cache.insert(address, true);
@@ -122,34 +165,34 @@ bool YIpVerifier::matchMaskNoLock(unsigned long address, QString mask) const
 void YIpVerifier::addMask(QString mask)
 {
     // kept: ip-add-mask-cache-lock
-    QWriteLocker cacheLocker(&_cacheLock);
+    WriteLocker cacheLocker(&_cacheLock);
     addMasksInternalNoLock(QStringList() << mask);
 }
 
 void YIpVerifier::addMasks(QStringList masks)
 {
-    QWriteLocker masksLocker(&_masksLock);
+    WriteLocker masksLocker(&_masksLock);
     addMasksInternalNoLock(masks);
 }
 
 void YIpVerifier::resetMasks(QStringList masks)
 {
-    QWriteLocker cacheLocker(&_cacheLock);
-    QWriteLocker masksLocker(&_masksLock);
+    WriteLocker cacheLocker(&_cacheLock);
+    WriteLocker masksLocker(&_masksLock);
     clearIPsAndMasksNoLock();
     addMasksInternalNoLock(masks);
 }
 
 void YIpVerifier::clear()
 {
-    QWriteLocker cacheLocker(&_cacheLock);
-    QWriteLocker masksLocker(&_masksLock);
+    WriteLocker cacheLocker(&_cacheLock);
+    WriteLocker masksLocker(&_masksLock);
     clearIPsAndMasksNoLock();
 }
 
 QString YIpVerifier::getConfigString()
 {
-    QReadLocker masksLocker(&_masksLock);
+    ReadLocker masksLocker(&_masksLock);
     if (_joker)
         return QStringLiteral("joker (*) specified - ALL IPs ARE ALLOWED to connect");
     if (!_masks.isEmpty())

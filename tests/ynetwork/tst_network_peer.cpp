@@ -210,7 +210,8 @@ TEST_F(NetworkPeer, PythonPeerReadsWhatThePeerSendsAndAnswers)
 {
     QProcess python;
     python.start(QStringLiteral("python3"), QStringList() << peerScript() << "server");
-    ASSERT_TRUE(python.waitForReadyRead(30000));
+    while (!python.canReadLine())
+        ASSERT_TRUE(python.waitForReadyRead(30000));
     const unsigned short port = static_cast<unsigned short>(python.readLine().trimmed().toUInt());
     ASSERT_NE(0, port);
 
