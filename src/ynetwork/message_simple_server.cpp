@@ -41,6 +41,9 @@ YMessageSimpleServer::YMessageSimpleServer(unsigned int port, QStringList allowe
     , _running(true)
     , _ipVerifier(allowedMasks, false)
 {
+    // The loop takes one connection at a time; with one pending connection at most, each accept
+    // stops there instead of asking the kernel once more for a connection that isn't there.
+    setMaxPendingConnections(1);
     if (!listen(QHostAddress::Any, static_cast<quint16>(port)))
         throw YException(errorString());
 }

@@ -5,8 +5,8 @@
 
 namespace ymessageserver {
 
-/// Sends the end of the stream and discards what the client sent beyond its message, so that the
-/// close that follows doesn't reset the connection under a response still on its way.
+/// Discards what the client sent beyond its message, so that the close that follows ends the
+/// stream in order instead of resetting it under a response still on its way.
 void finishConnectionSys(int descriptor);
 
 } // namespace ymessageserver
