@@ -47,6 +47,7 @@ mounted=()
 
 cleanup() {
     local status=$?
+    set +e
     if [ "$status" -ne 0 ]; then
         echo "fresh-machine: FAILED while $current (exit $status); the output above says why" >&2
     fi
@@ -64,7 +65,8 @@ cleanup() {
     if mount | grep -q " $root/"; then
         echo "fresh-machine: could not unmount everything under $root; leaving it" >&2
     else
-        rm -rf "$root"
+        rm -rf "$root" 2>/dev/null || { sleep 2; rm -rf "$root"; }
+        [ -e "$root" ] && echo "fresh-machine: could not remove $root" >&2
     fi
     exit "$status"
 }
@@ -92,7 +94,8 @@ current="cloning the commit under test"
 mkdir -p "$root/work"
 git clone --quiet --no-local "$repo" "$root/work/main"
 git -C "$root/work/main" checkout --quiet --detach "$commit"
-cp -a "$shared" "$root/work/shared"
+mkdir -p "$root/work/shared"
+cp -a "$shared/." "$root/work/shared/"
 step "cloning $commit"
 
 for m in proc sys dev dev/shm; do
@@ -116,7 +119,7 @@ else
     # Someone who only wants the library installs the runtime packages and builds it with the
     # plainest commands there are.
     current="building the library alone with only its runtime dependencies"
-    run_inside "scripts/install-deps.sh runtime && cmake -S . -B /tmp/lean >/dev/null && cmake --build /tmp/lean -j\$(nproc) >/dev/null && rm -rf /tmp/lean"
+    run_inside "scripts/install-deps.sh runtime && cmake -S . -B /tmp/lean && cmake --build /tmp/lean -j\$(nproc) >/dev/null && rm -rf /tmp/lean"
     step "the library alone, runtime dependencies only"
     current="running scripts/quickstart.sh"
     run_inside "scripts/quickstart.sh"

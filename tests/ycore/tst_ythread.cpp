@@ -290,7 +290,7 @@ public:
 
 TEST(YThread, FailedWaitThrowsWithTheFixedWords)
 {
-#ifdef __SANITIZE_THREAD__
+#ifdef YOVO_SANITIZE_THREAD
     GTEST_SKIP() << "the race detector's join can't take a thread that joins itself";
 #endif
     // A thread can't wait for its own end: the wait fails at once.
