@@ -241,6 +241,28 @@ int main()
     YJSONRoot jsonRoot(QByteArray("{\"a\":1}"));
     check(jsonRoot.isOk(), "YJSONRoot");
     check(jsonRoot.toElement().namedObject(QStringLiteral("a")).toInt() == 1, "YJSONElement");
+    // Typed messages
+    YFieldInfo field("a", YFieldInfo::FT_32, YFieldInfo::FS_32, YFieldInfo::FP_NOTHING, 3);
+    YFieldInfoData fieldData;
+    check(field.getSize() == 4 && fieldData._size == 0, "YFieldInfo, YFieldInfoData");
+    YTypeInfo_t<YMD5> type("every_class");
+    type.add32Field("a");
+    type.finalize();
+    YTypeRegistry::getInstance()->registerType(type);
+    check(YTypeRegistry::getInstance()->isTypeRegistered(type.getTypeDigest()), "YTypeRegistry");
+    YXmlTypeLoader loader;
+    check(loader.getDevice() == nullptr, "YXmlTypeLoader");
+    YMessage message;
+    message.setIntData(5);
+    check(message.toShortString() == QStringLiteral(":5:"), "YMessage");
+    check(YMessageHandlerFactory::getInstance()->getHandler("none") == nullptr,
+        "YMessageHandlerFactory, YMessageHandler");
+    YMessageSimpleServer messageServer(0, QStringList());
+    check(messageServer.isListening(), "YMessageSimpleServer");
+    YNetworkPeer peer;
+    check(peer.state() == QAbstractSocket::UnconnectedState, "YNetworkPeer");
+    YIpVerifier verifier;
+    check(verifier.verify(0x0100007F), "YIpVerifier");
     // HTTP and web API (nothing here reaches the network)
     YSimpleURL simpleUrl;
     simpleUrl.setHeader("X-Name", "value");
