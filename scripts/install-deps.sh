@@ -8,7 +8,7 @@ set -euo pipefail
 runtime=(
     cmake make ninja-build g++ pkg-config
     qtbase5-dev libqt5sql5-sqlite libqt5sql5-mysql
-    zlib1g-dev libcjson-dev
+    zlib1g-dev libcjson-dev libsystemd-dev
 )
 
 # Tests, benchmarks, examples, fuzzing and CI.
@@ -18,6 +18,10 @@ development=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libspdlog-dev libssl-dev libboost-dev
     lldb python3
+    nlohmann-json3-dev rapidjson-dev
+    php8.2-cli libinih-dev
+    nginx openssl libcurl4-openssl-dev
+    mariadb-server mariadb-client
 )
 
 packages=("${runtime[@]}")

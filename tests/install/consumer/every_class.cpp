@@ -4,6 +4,10 @@
 
 #include <yovolib/yovolib.h>
 
+#include <QDir>
+#include <QFile>
+#include <QSqlDatabase>
+
 #include <cstdio>
 #include <unistd.h>
 
@@ -32,6 +36,16 @@ public:
 
 protected:
     void doIteration() override { stop(); }
+};
+
+class Daemon : public YService
+{
+public:
+    Daemon(int argc, char** argv)
+        : YService(QStringLiteral("daemon"), argc, argv, true, true, false, false)
+    {
+    }
+    int serviceMain(int, char**) override { return 0; }
 };
 
 class Assertions : public YAssertionFailedHandler
@@ -149,6 +163,65 @@ int main()
     YNamedPipeConnectionsServer connections((name + "_pipes").constData());
     check(connections.getPipePath() != nullptr, "YNamedPipeConnectionsServer");
 
+    // Configuration
+    const QString iniPath = QStringLiteral("/tmp/%1.ini").arg(QString::fromLatin1(name));
+    {
+        QFile ini(iniPath);
+        check(ini.open(QIODevice::WriteOnly) && ini.write("k = 1 ; note\n") > 0, "ini file");
+    }
+    YPhpIniParser parser;
+    parser.addFile(iniPath);
+    check(parser.longValue(QStringLiteral("k")) == 1, "YPhpIniParser");
+    YScanDir::modifyDirective(YDebug::STDERR, iniPath, QStringLiteral("k"), QStringLiteral("2"));
+    YScanDir scanner;
+    scanner.addFile(iniPath);
+    scanner.scan();
+    check(scanner.getInt(QStringLiteral("k"), 0) == 2, "YScanDir");
+    IYScanDirValueSorter* sorter = nullptr;
+    scanner.setExtensionsWriteSorter(sorter);
+    YParametersRegistry::init(QStringLiteral(
+        "<deploymentDescriptor><parameters><p name=\"port\" type=\"int\"><defaultValues>"
+        "<defaultValue><fixed>80</fixed></defaultValue></defaultValues></p></parameters>"
+        "</deploymentDescriptor>"));
+    YParametersRegistry* registry = YParametersRegistry::getInstance();
+    YIniFileValuesManager values(QStringList(iniPath), registry->getParametersHash());
+    registry->addParameterValuesManager(&values);
+    check(registry->getType(QStringLiteral("port")) == QVariant::Int
+            && values.getValue(QStringLiteral("port")) == QLatin1String("80"),
+        "YParametersRegistry, YIniFileValuesManager");
+    QFile::remove(iniPath);
+    YovoServerInfo serverInfo(QStringLiteral("/nonexistent"), QString());
+    check(serverInfo.getTmp() == QLatin1String("/nonexistent/tmp"), "YovoServerInfo");
+    // Database
+    {
+        const QString dbFile = QDir::tempPath() + "/" + QString::fromLatin1(name) + ".db";
+        YDb pool;
+        check(pool.initMySQL("127.0.0.1", "user", "password", "db", 1, QString()), "YDb");
+        YDbConfigReader* catalogue = YDbConfigReader::instance();
+        check(catalogue->getStatement("none").isEmpty(), "YDbConfigReader");
+        YovoDbSQliteInfo sqliteInfo(QDir::tempPath());
+        check(sqliteInfo.dbFileName(YovoDbSQliteInfo::GUI).endsWith("gui.db"), "YovoDbSQliteInfo");
+        {
+            const QString connectionName = QString::fromLatin1(name) + "_db";
+            QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", connectionName);
+            database.setDatabaseName(dbFile);
+            check(database.open(), "QSQLITE");
+            YDbRefCount count;
+            count.IncRef();
+            check(count.GetRefCount() == 1, "YDbRefCount");
+            YDbConnectionPtr connection(new YDbConnection(database), true);
+            check(connection->isSQlite(), "YDbConnection, YDbConnectionPtr");
+            check(YDb::sqlSafeString(connection, "it's", true) == "it''s", "YDb::sqlSafeString");
+            YSafeSqlQuery query(connection->getDatabase());
+            check(query.exec("select 1"), "YSafeSqlQuery");
+            YDbTableCopier copier(YDebug::STDERR);
+            check(copier.qtTypeFromSqliteType("integer") == QVariant::Int, "YDbTableCopier");
+            YDbMysqlLock lock(YDbConnectionPtr(), "lock", YDebug::STDERR);
+            (void)lock;
+        }
+        QFile::remove(dbFile);
+    }
+
     // Hashes, ciphers, compression
     check(YMD5::hash("") == "D41D8CD98F00B204E9800998ECF8427E", "YMD5");
     YSHA256 sha;
@@ -156,6 +229,74 @@ int main()
     check(provider->hmac("message", "key").size() > 0, "YSHA256, YHMacProvider");
     check(YRc4::selfTest(), "YRc4");
     check(YCompress::zlibUncompress(YCompress::zlibCompress("text", 9)) == "text", "YCompress");
+
+    // JSON
+    YJsonValue json;
+    YJsonReader jsonReader;
+    check(jsonReader.parse(QStringLiteral("{\"a\":[1]}"), &json) == 0, "YJsonReader");
+    check(json.itemAt(QStringLiteral("a")).size() == 1, "YJsonValue");
+    QString jsonText;
+    YJsonWriter(YJSONWRITER_NONE).write(json, jsonText);
+    check(jsonText == QStringLiteral("{\n\"a\" : [\n1\n]\n}\n"), "YJsonWriter");
+    YJSONRoot jsonRoot(QByteArray("{\"a\":1}"));
+    check(jsonRoot.isOk(), "YJSONRoot");
+    check(jsonRoot.toElement().namedObject(QStringLiteral("a")).toInt() == 1, "YJSONElement");
+    // Typed messages
+    YFieldInfo field("a", YFieldInfo::FT_32, YFieldInfo::FS_32, YFieldInfo::FP_NOTHING, 3);
+    YFieldInfoData fieldData;
+    check(field.getSize() == 4 && fieldData._size == 0, "YFieldInfo, YFieldInfoData");
+    YTypeInfo_t<YMD5> type("every_class");
+    type.add32Field("a");
+    type.finalize();
+    YTypeRegistry::getInstance()->registerType(type);
+    check(YTypeRegistry::getInstance()->isTypeRegistered(type.getTypeDigest()), "YTypeRegistry");
+    YXmlTypeLoader loader;
+    check(loader.getDevice() == nullptr, "YXmlTypeLoader");
+    YMessage message;
+    message.setIntData(5);
+    check(message.toShortString() == QStringLiteral(":5:"), "YMessage");
+    check(YMessageHandlerFactory::getInstance()->getHandler("none") == nullptr,
+        "YMessageHandlerFactory, YMessageHandler");
+    YMessageSimpleServer messageServer(0, QStringList());
+    check(messageServer.isListening(), "YMessageSimpleServer");
+    YNetworkPeer peer;
+    check(peer.state() == QAbstractSocket::UnconnectedState, "YNetworkPeer");
+    YIpVerifier verifier;
+    check(verifier.verify(0x0100007F), "YIpVerifier");
+    // HTTP and web API (nothing here reaches the network)
+    YSimpleURL simpleUrl;
+    simpleUrl.setHeader("X-Name", "value");
+    check(simpleUrl.getHeaders().size() == 1, "YSimpleURL");
+    YSimpleURLRequestEventLoop simpleLoop(nullptr);
+    check(simpleLoop.getErrorString().isEmpty(), "YSimpleURLRequestEventLoop");
+    YHttpRequest httpRequest;
+    YHttpRequestEventLoop httpLoop(nullptr, YDebug::STDERR);
+    check(httpLoop.getRedirectUrl().isEmpty(), "YHttpRequest, YHttpRequestEventLoop");
+    YHttpReply httpReply(nullptr);
+    (void)httpReply;
+    check(YWebApi::getUserAgent() == "Yovo_Http_Client/1.10", "YWebApi");
+    YWebApiResponse webResponse("<errorMessage>e</errorMessage>");
+    check(webResponse.getErrorMessage() == QStringLiteral("e"), "YWebApiResponse");
+    // Process host
+    char programName[] = "prog";
+    char application[] = "-e";
+    char* daemonArgs[] = {programName, application, nullptr};
+    Daemon daemon(2, daemonArgs);
+    check(daemon.isRunningAsTerminalApplication(), "YService");
+    check(YGlobals::toNativePath("/a") == "/a", "YGlobals");
+    YPidFile pidFile;
+    check(!pidFile.isValid(), "YPidFile");
+    YDebugConsole console(QStringLiteral("console"));
+    check(console.objectName().isEmpty(), "YDebugConsole");
+    YTime stopwatch;
+    check(stopwatch.stop() == 0, "YTime");
+    YFileSystemImpl files;
+    check(files.createDir("/tmp"), "YFileSystemImpl");
+    check(YTestDir::getInputDirName("/b") == "/b/unittests/input", "YTestDir");
+    char options[] = "a";
+    check(yovo::getopt(1, daemonArgs, options) == -1 && yovo::optind == 1 && yovo::opterr == 1
+            && yovo::optarg == nullptr,
+        "getopt");
 
     // Statistics
     YMovingWindow window(10, 1);
