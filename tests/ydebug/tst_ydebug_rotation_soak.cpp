@@ -91,8 +91,10 @@ TEST(YDebugRotationSoak, FourProcessesLoseNoLineTearNoneAndKeepTheirOrder)
 
     const QStringList files = filesInOrder(dir.path(), base);
     std::cout << files.size() - 1 << " dated copies" << std::endl;
-    // About 80 MB in all: far more than one rotation at 1 MiB.
-    EXPECT_GE(files.size(), 20);
+    // About 80 MB in all, but a dated copy's name has whole seconds: a rotation that falls in
+    // the second of the last one fails and is tried again at the next line, so the number of
+    // copies follows the run's length in seconds.
+    EXPECT_GE(files.size(), 3);
     std::vector<std::vector<unsigned char>> seen(WRITERS, std::vector<unsigned char>(LINES, 0));
     std::vector<int> last(WRITERS, -1);
     qint64 lines = 0, torn = 0, outOfOrder = 0, twice = 0;
