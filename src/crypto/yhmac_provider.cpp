@@ -1,5 +1,9 @@
 #include "yhmac_provider.h"
 
+#include "ysha256.h"
+
+#include <typeinfo>
+
 #include <QVarLengthArray>
 
 YHMacProvider::YHMacProvider()
@@ -18,8 +22,17 @@ QByteArray YHMacProvider::hashBlock(const QByteArray& data)
 
 QByteArray YHMacProvider::hmac(const QByteArray& message, const QByteArray& key)
 {
+    // A plain SHA-256 keeps its pads' states for the last key. Only the exact type qualifies: a
+    // derived class may have changed any step below, and then the steps must run as written.
+    if (typeid(*this) == typeid(YSHA256) && _blockSize == 64) {
+        QByteArray result;
+        if (static_cast<YSHA256*>(this)->keyedHashFromPads(message, key, result))
+            return result;
+    }
+
     QByteArray usedKey = key;
     if (usedKey.size() > _blockSize) {
+        // kept: long-hmac-key
         // The text form, not the raw digest: peers sign with this key and must keep agreeing.
         usedKey = hashBlock(key);
         init();
