@@ -17,6 +17,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -30,6 +31,16 @@ QMutex& cacheSettingsMutex()
 {
     static QMutex mutex;
     return mutex;
+}
+
+// Whether the value's id is in the sink's list of trigger ids. The list is a setting that an
+// operator may replace while statements run: it is read under the settings' mutex.
+bool firesDump(const YDebug::YDebugSink* sink, int errorId)
+{
+    QMutexLocker locker(&cacheSettingsMutex());
+    if (sink->_errorIdListBufferTrigger.isEmpty())
+        return false;
+    return sink->_errorIdListBufferTrigger.contains(QString::number(errorId), Qt::CaseInsensitive);
 }
 
 void appendPadded(QByteArray& out, int errorId)
@@ -74,6 +85,7 @@ std::atomic<bool> YDebug::_printProcessIdAndThreadId(false);
 const char* const YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS = "dd.MM.yyyy hh:mm:ss";
 const char* const YDebug::_TIMESTAMP_FORMAT_WITH_MILLISECONDS = "dd.MM.yyyy hh:mm:ss.zzz";
 std::atomic<const char*> YDebug::_timestampFormat(YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS);
+std::atomic<int> YDebug::_hiddenAbove[YDebug::MAX_STREAMS] = {};
 
 // ---------------------------------------------------------------------------------------------
 // The sink
@@ -86,10 +98,10 @@ YDebug::YDebugSink::YDebugSink(FILE* file, int level, const QByteArray& prefix)
     , _rotationSize(0)
     , _cacheEnabled(false)
     , _cacheLogSize(0)
-    , _cacheBuffer(nullptr)
     , _dropping(false)
     , _secForVerbosityFive(0)
     , _savedLevel(level)
+    , _raiseTime(0)
     , _verbosityRaised(false)
     , _errorIdForBufferDrop(0)
     , _rotationSemaphore(nullptr)
@@ -110,17 +122,22 @@ YDebug::YDebugSink::~YDebugSink()
         fclose(_file);
     delete _rotationSemaphore;
     delete _rotationMutex;
-    delete _cacheBuffer;
 }
 
 void YDebug::YDebugSink::write(QByteArray& line)
 {
     if (!_file)
         return;
-    const bool rotating = isRotating() && _logFile.isOpen();
-    if (rotating) {
+    // The rotation settings may change on another thread: they are looked at again under the
+    // mutex that setRotationSize holds.
+    bool rotating = false;
+    if (isRotating()) {
         _rotationMutex->lock();
-        YDebugSys::lockShared(_logFile.handle());
+        rotating = isRotating() && _logFile.isOpen();
+        if (rotating)
+            YDebugSys::lockShared(_logFile.handle());
+        else
+            _rotationMutex->unlock();
     }
     // What fprintf(_file, "%s\r\n", line) writes, in one locked call of the stream so that lines
     // of several threads never mix, without parsing a format for every line.
@@ -141,10 +158,12 @@ void YDebug::YDebugSink::setRotationSize(int megabytes)
 {
     if (_fileName.isEmpty())
         return;
+    // Writers and the rotation check use the file and the semaphore under this mutex.
+    YMutexLocker locker(*_rotationMutex);
     const QString fileName = QString::fromLocal8Bit(_fileName);
-    _rotatable = !QFile(fileName).isSequential();
-    _rotationSize = int(unsigned(megabytes) << 20);
-    if (!_rotatable || _rotationSize == 0)
+    _rotatable.store(!QFile(fileName).isSequential(), std::memory_order_relaxed);
+    _rotationSize.store(int(unsigned(megabytes) << 20), std::memory_order_relaxed);
+    if (!isRotating())
         return;
     if (!_logFile.isOpen()) {
         _logFile.setFileName(fileName);
@@ -163,9 +182,9 @@ void YDebug::YDebugSink::checkRotation()
     _rotationMutex->lock();
     try {
         // Another process is rotating the same log: it will do for both of us.
-        if (!_rotationSemaphore || _rotationSemaphore->tryAcquire(1)) {
+        if (isRotating() && (!_rotationSemaphore || _rotationSemaphore->tryAcquire(1))) {
             const int size = int(quint32(_logFile.size()));
-            if (size > _rotationSize)
+            if (size > _rotationSize.load(std::memory_order_relaxed))
                 rotate();
             if (_rotationSemaphore)
                 _rotationSemaphore->release(1);
@@ -219,6 +238,7 @@ YDebug YDebug::makeStandardSinks()
 {
     _sinkList[STDOUT.id()] = createSink(stdout, WARNING, QByteArray());
     _sinkList[STDERR.id()] = createSink(stderr, WARNING, QByteArray());
+    refreshHiddenGates();
     return YDebug(STDOUT, THE_LAST_DEBUG_LEVEL_SHOULD_NOT_BE_USED);
 }
 
@@ -235,7 +255,7 @@ YDebug::YDebug(YDebugSink* sink, debug_level_t level, int errorId)
 {
 }
 
-YDebug::~YDebug()
+void YDebug::finish()
 {
     if (!_line.isEmpty())
         flush();
@@ -257,12 +277,16 @@ YDebug YDebug::create_ex(int errorId, StreamId stream, debug_level_t level)
 {
     YDebugSink* sink = getSink(stream);
     // The raised period ends here, at the first statement after it, and nowhere else.
+    // Whole seconds as QDateTime::secsTo counts them: the difference truncated toward zero.
     if (sink->_cacheEnabled.load(std::memory_order_relaxed)
         && sink->_verbosityRaised.load(std::memory_order_relaxed)
-        && sink->_raiseTime.secsTo(QDateTime::currentDateTime())
-            >= qint64(sink->_secForVerbosityFive)) {
+        && (QDateTime::currentMSecsSinceEpoch() - sink->_raiseTime.load(std::memory_order_relaxed))
+                / 1000
+            >= qint64(sink->_secForVerbosityFive.load(std::memory_order_relaxed))) {
         sink->_verbosityRaised.store(false, std::memory_order_relaxed);
-        sink->_level.store(sink->_savedLevel, std::memory_order_relaxed);
+        sink->_level.store(
+            sink->_savedLevel.load(std::memory_order_relaxed), std::memory_order_relaxed);
+        refreshHiddenGates();
     }
     if (sink->_level.load(std::memory_order_relaxed) < level)
         return _inactive;
@@ -294,7 +318,7 @@ YDebug& YDebug::writeItem(
     const char* cacheText, int cacheSize, const char* text, int size, bool newLine)
 {
     // With the cache off and no dump in progress the cache step can't do anything: skip the call.
-    if (!_sink || _sink->_cacheEnabled.load(std::memory_order_relaxed)
+    if (_sink->_cacheEnabled.load(std::memory_order_relaxed)
         || _sink->_dropping.load(std::memory_order_relaxed))
         handleCache(cacheText, cacheSize);
     if (!_active)
@@ -344,69 +368,69 @@ YDebug& YDebug::writeNumber(unsigned long long value)
     return writeItem(buffer, int(end - buffer), false);
 }
 
-YDebug& YDebug::operator<<(bool value)
+YDebug& YDebug::put(bool value)
 {
     return value ? writeItem("true", 4, false) : writeItem("false", 5, false);
 }
 
-YDebug& YDebug::operator<<(char value)
+YDebug& YDebug::put(char value)
 {
     return writeItem(&value, 1, value == '\n');
 }
 
-YDebug& YDebug::operator<<(QChar value)
+YDebug& YDebug::put(QChar value)
 {
     const char bare = value.toLatin1();
     const char quoted[3] = {'\'', bare, '\''};
     return writeItem(&bare, 1, quoted, 3, value == QLatin1Char('\n'));
 }
 
-YDebug& YDebug::operator<<(short value)
+YDebug& YDebug::put(short value)
 {
     return writeNumber(static_cast<long long>(value));
 }
 
-YDebug& YDebug::operator<<(unsigned short value)
+YDebug& YDebug::put(unsigned short value)
 {
     return writeNumber(static_cast<unsigned long long>(value));
 }
 
-YDebug& YDebug::operator<<(int value)
+YDebug& YDebug::put(int value)
 {
     return writeNumber(static_cast<long long>(value));
 }
 
-YDebug& YDebug::operator<<(unsigned int value)
+YDebug& YDebug::put(unsigned int value)
 {
     return writeNumber(static_cast<unsigned long long>(value));
 }
 
-YDebug& YDebug::operator<<(long value)
+YDebug& YDebug::put(long value)
 {
     return writeNumber(static_cast<long long>(value));
 }
 
-YDebug& YDebug::operator<<(unsigned long value)
+YDebug& YDebug::put(unsigned long value)
 {
     return writeNumber(static_cast<unsigned long long>(value));
 }
 
-YDebug& YDebug::operator<<(long long value)
+YDebug& YDebug::put(long long value)
 {
     return writeNumber(value);
 }
 
-YDebug& YDebug::operator<<(unsigned long long value)
+YDebug& YDebug::put(unsigned long long value)
 {
     return writeNumber(value);
 }
 
-YDebug& YDebug::operator<<(float value)
+YDebug& YDebug::put(float value)
 {
-    return operator<<(double(value));
+    return put(double(value));
 }
 
-YDebug& YDebug::operator<<(double value)
+YDebug& YDebug::put(double value)
 {
     // The text of QString::number(value, 'g', 6), without its locale machinery on the hot path.
     if (std::isnan(value))
@@ -419,7 +443,7 @@ YDebug& YDebug::operator<<(double value)
     return writeItem(buffer, int(end - buffer), false);
 }
 
-YDebug& YDebug::operator<<(const char* value)
+YDebug& YDebug::put(const char* value)
 {
     if (!value)
         return writeItem("(null)", 6, false);
@@ -427,32 +451,36 @@ YDebug& YDebug::operator<<(const char* value)
     return writeItem(value, size, size > 0 && value[size - 1] == '\n');
 }
 
-YDebug& YDebug::operator<<(const QString& value)
+YDebug& YDebug::put(const QString& value)
 {
     return writeItem(value.toLatin1(), value.endsWith(QLatin1Char('\n')));
 }
 
-YDebug& YDebug::operator<<(QLatin1String value)
+YDebug& YDebug::put(QLatin1String value)
 {
     const int size = value.size();
     const char* data = value.data() ? value.data() : "";
     return writeItem(data, size, size > 0 && data[size - 1] == '\n');
 }
 
-YDebug& YDebug::operator<<(const QByteArray& value)
+YDebug& YDebug::put(const QByteArray& value)
 {
     return writeItem(value, false);
 }
 
 YDebug& YDebug::operator<<(const YPrintable& value)
 {
+    // kept: printable-twice -- the caller's toString runs twice, for the cache and for the
+    // line, also where the statement is hidden and neither is used.
     const QByteArray forCache = value.toString().toLatin1();
     const QByteArray forLine = value.toString().toLatin1();
+    if (!_sink)
+        return *this;
     return writeItem(
         forCache.constData(), forCache.size(), forLine.constData(), forLine.size(), false);
 }
 
-YDebug& YDebug::operator<<(const void* value)
+YDebug& YDebug::put(const void* value)
 {
     const quintptr address = reinterpret_cast<quintptr>(value);
     const QByteArray forCache = _hexMode ? "0x" + QByteArray::number(qulonglong(address), 16)
@@ -503,27 +531,26 @@ YDebug& YDebug::nospace()
     return *this;
 }
 
-void YDebug::flush()
+void YDebug::flushToSink()
 {
-    if (_sink && _sink->_cacheBuffer && _sink->_level.load(std::memory_order_relaxed) < _level) {
-        static YMutex cacheInsertMutex;
-        YMutexLocker locker(cacheInsertMutex);
-        _sink->_cacheBuffer->insertItem(_cacheLine);
-        _cacheLine.clear();
-        _firstInCacheLine = true;
+    if (_sink->_level.load(std::memory_order_relaxed) < _level) {
+        // The statement's own reference: the cache may be switched off meanwhile, and the buffer
+        // then lives until this insertion is done.
+        const std::shared_ptr<YDebugSink::CacheBuffer> buffer = _sink->cacheBuffer();
+        if (buffer) {
+            static YMutex cacheInsertMutex;
+            YMutexLocker locker(cacheInsertMutex);
+            buffer->insertItem(_cacheLine);
+            _cacheLine.clear();
+            _firstInCacheLine = true;
+        }
     }
-    if (_active && _sink) {
+    if (_active) {
         _sink->write(_line);
         _line.resize(0); // keeps the reserved buffer
         _sink->checkRotation();
         _printErrorId = true;
     }
-}
-
-YDebug& yflush(YDebug& value)
-{
-    value.flush();
-    return value;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -675,15 +702,16 @@ void YDebug::handleCache(const char* item, int size)
     if (!sink)
         return;
     const bool cacheEnabled = sink->_cacheEnabled.load(std::memory_order_relaxed);
-    if (cacheEnabled && sink->_cacheBuffer && !sink->_cacheBuffer->isEmpty()
-        && sink->_errorIdListBufferTrigger.contains(
-            QString::number(_errorId), Qt::CaseInsensitive)) {
-        dumpCache(item, size);
+    const std::shared_ptr<YDebugSink::CacheBuffer> buffer
+        = cacheEnabled ? sink->cacheBuffer() : std::shared_ptr<YDebugSink::CacheBuffer>();
+    if (buffer && !buffer->isEmpty() && firesDump(sink, _errorId)) {
+        dumpCache(*buffer, item, size);
         return;
     }
-    if (sink->_dropping.load(std::memory_order_relaxed))
-        sink->_dropping.store(false, std::memory_order_relaxed);
-    if (size == 0 || !sink->_cacheBuffer || sink->_verbosityRaised.load(std::memory_order_relaxed)
+    if (sink->_dropping.load(std::memory_order_relaxed)
+        && sink->_dropping.exchange(false, std::memory_order_relaxed))
+        refreshHiddenGates();
+    if (size == 0 || !buffer || sink->_verbosityRaised.load(std::memory_order_relaxed)
         || !(sink->_level.load(std::memory_order_relaxed) < _level) || !cacheEnabled)
         return;
     if (!_firstInCacheLine) {
@@ -698,7 +726,7 @@ void YDebug::handleCache(const char* item, int size)
     _firstInCacheLine = false;
 }
 
-void YDebug::dumpCache(const char* item, int size)
+void YDebug::dumpCache(YCyclicBuffer<YMutex>& buffer, const char* item, int size)
 {
     YDebugSink* sink = _sink;
     _newLine = true;
@@ -709,8 +737,8 @@ void YDebug::dumpCache(const char* item, int size)
     printNewLineHeader();
     _line.append("Dropping the contents of the in memory cache logger");
     _line.append('\n');
-    while (!sink->_cacheBuffer->isEmpty()) {
-        const QByteArray cached = sink->_cacheBuffer->extractItem();
+    while (!buffer.isEmpty()) {
+        const QByteArray cached = buffer.extractItem();
         _line.append(cached);
         _line.append('\n');
         if (cached.endsWith('\n'))
@@ -725,10 +753,12 @@ void YDebug::dumpCache(const char* item, int size)
     if (size > 0 && item[size - 1] == '\n')
         _newLine = true;
     sink->_dropping.store(true, std::memory_order_relaxed);
-    sink->_savedLevel = sink->_level.load(std::memory_order_relaxed);
+    sink->_savedLevel.store(
+        sink->_level.load(std::memory_order_relaxed), std::memory_order_relaxed);
     sink->_level.store(DBG3, std::memory_order_relaxed);
+    sink->_raiseTime.store(QDateTime::currentMSecsSinceEpoch(), std::memory_order_relaxed);
     sink->_verbosityRaised.store(true, std::memory_order_relaxed);
-    sink->_raiseTime = QDateTime::currentDateTime();
+    refreshHiddenGates();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -786,6 +816,7 @@ YDebug::StreamId YDebug::registerStream(const QByteArray& prefix, const char* fi
         return STDERR;
     delete _sinkList[slot];
     _sinkList[slot] = sink;
+    refreshHiddenGates();
     return StreamId(slot);
 }
 
@@ -796,11 +827,13 @@ void YDebug::unregisterStream(StreamId stream)
         return;
     delete _sinkList[id];
     _sinkList[id] = new YDebugSink;
+    refreshHiddenGates();
 }
 
 void YDebug::setDebugLevel(StreamId stream, int level)
 {
     getSink(stream)->_level.store(level >= 0 && level <= 5 ? level : 0, std::memory_order_relaxed);
+    refreshHiddenGates();
 }
 
 YDebug::debug_level_t YDebug::getDebugLevel(StreamId stream)
@@ -839,13 +872,16 @@ void YDebug::setCacheLogifEnabledValue(StreamId stream, bool enabled)
     YDebugSink* sink = getSink(stream);
     sink->_cacheEnabled.store(enabled);
     if (enabled) {
-        if (!sink->_cacheBuffer)
-            sink->_cacheBuffer = new YCyclicBuffer<YMutex>(
-                sink->_cacheLogSize > 0 ? unsigned(sink->_cacheLogSize) : 0);
+        if (!sink->cacheBuffer()) {
+            const long lines = sink->_cacheLogSize.load(std::memory_order_relaxed);
+            std::atomic_store(&sink->_cacheBuffer,
+                std::make_shared<YDebugSink::CacheBuffer>(lines > 0 ? unsigned(lines) : 0));
+        }
     } else {
-        delete sink->_cacheBuffer;
-        sink->_cacheBuffer = nullptr;
+        // Statements that hold the buffer keep it alive; the last of them frees it.
+        std::atomic_store(&sink->_cacheBuffer, std::shared_ptr<YDebugSink::CacheBuffer>());
     }
+    refreshHiddenGates();
 }
 
 bool YDebug::getCacheLogifEnabledValue(StreamId stream)
@@ -857,7 +893,7 @@ void YDebug::setCacheLogSize(StreamId stream, long lines)
 {
     try {
         QMutexLocker locker(&cacheSettingsMutex());
-        getSink(stream)->_cacheLogSize = lines;
+        getSink(stream)->_cacheLogSize.store(lines, std::memory_order_relaxed);
     } catch (const YException& e) {
         fprintf(stderr, "%s\n", e.what());
     }
@@ -865,14 +901,14 @@ void YDebug::setCacheLogSize(StreamId stream, long lines)
 
 long YDebug::getCacheLogSize(StreamId stream)
 {
-    return getSink(stream)->_cacheLogSize;
+    return getSink(stream)->_cacheLogSize.load(std::memory_order_relaxed);
 }
 
 void YDebug::setSecForVerbosityFive(StreamId stream, unsigned int seconds)
 {
     try {
         QMutexLocker locker(&cacheSettingsMutex());
-        getSink(stream)->_secForVerbosityFive = seconds;
+        getSink(stream)->_secForVerbosityFive.store(seconds, std::memory_order_relaxed);
     } catch (const YException& e) {
         fprintf(stderr, "%s\n", e.what());
     }
@@ -880,7 +916,7 @@ void YDebug::setSecForVerbosityFive(StreamId stream, unsigned int seconds)
 
 unsigned int YDebug::getSecForVerbosityFive(StreamId stream)
 {
-    return getSink(stream)->_secForVerbosityFive;
+    return getSink(stream)->_secForVerbosityFive.load(std::memory_order_relaxed);
 }
 
 void YDebug::setErrorIdListBufferTrigger(StreamId stream, QString list)
@@ -892,16 +928,38 @@ void YDebug::setErrorIdListBufferTrigger(StreamId stream, QString list)
 
 QStringList YDebug::getErrorIdListBufferTrigger(StreamId stream)
 {
+    QMutexLocker locker(&cacheSettingsMutex());
     return getSink(stream)->_errorIdListBufferTrigger;
 }
 
 void YDebug::setErrorIdForBufferDrop(StreamId stream, int errorId)
 {
     QMutexLocker locker(&cacheSettingsMutex());
-    getSink(stream)->_errorIdForBufferDrop = unsigned(errorId);
+    getSink(stream)->_errorIdForBufferDrop.store(unsigned(errorId), std::memory_order_relaxed);
 }
 
 unsigned int YDebug::getErrorIdForBufferDrop(StreamId stream)
 {
-    return getSink(stream)->_errorIdForBufferDrop;
+    return getSink(stream)->_errorIdForBufferDrop.load(std::memory_order_relaxed);
+}
+
+void YDebug::refreshHiddenGates()
+{
+    // One writer at a time, each reading the sinks afresh: a late refresh can't bring back a
+    // gate that an earlier change had lifted.
+    static QMutex gatesMutex;
+    QMutexLocker locker(&gatesMutex);
+    // A copy of the inactive value writes into the standard output's cache while that cache is
+    // on, and clears its dump flag: then no statement is inert.
+    const YDebugSink* standardOut = _sinkList[STDOUT.id()];
+    const bool inactiveWorks = !standardOut
+        || standardOut->_cacheEnabled.load(std::memory_order_relaxed)
+        || standardOut->_dropping.load(std::memory_order_relaxed);
+    for (int id = 0; id < MAX_STREAMS; ++id) {
+        const YDebugSink* sink = _sinkList[id] ? _sinkList[id] : _sinkList[STDERR.id()];
+        int gate = std::numeric_limits<int>::max();
+        if (sink && !inactiveWorks && !sink->_cacheEnabled.load(std::memory_order_relaxed))
+            gate = sink->_level.load(std::memory_order_relaxed);
+        _hiddenAbove[id].store(gate, std::memory_order_relaxed);
+    }
 }
