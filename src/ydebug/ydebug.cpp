@@ -318,16 +318,20 @@ YDebug& YDebug::writeItem(
     const char* cacheText, int cacheSize, const char* text, int size, bool newLine)
 {
     // With the cache off and no dump in progress the cache step can't do anything: skip the call.
+    bool dumped = false;
     if (_sink->_cacheEnabled.load(std::memory_order_relaxed)
         || _sink->_dropping.load(std::memory_order_relaxed))
-        handleCache(cacheText, cacheSize);
+        dumped = handleCache(cacheText, cacheSize);
     if (!_active)
         return *this;
     if (_sink->_cacheEnabled.load(std::memory_order_relaxed)
         && _sink->_level.load(std::memory_order_relaxed) < _level)
         return *this; // the item went to the cache only
-    if (_sink->_dropping.load(std::memory_order_relaxed))
-        return *this; // the dump has written it already
+    // The dump has written it already. On one thread this is exactly the sink's dump flag after
+    // the cache step, which sets or clears it; asked of this item alone, another thread's dump
+    // can't take the item out of this line.
+    if (dumped)
+        return *this;
     if (_newLine)
         printNewLineHeader();
     if (_printErrorId && _errorId != -1)
@@ -696,34 +700,35 @@ void YDebug::doHandleCircularBuffer(const QByteArray& item)
     handleCache(item.constData(), item.size());
 }
 
-void YDebug::handleCache(const char* item, int size)
+bool YDebug::handleCache(const char* item, int size)
 {
     YDebugSink* sink = _sink;
     if (!sink)
-        return;
+        return false;
     const bool cacheEnabled = sink->_cacheEnabled.load(std::memory_order_relaxed);
     const std::shared_ptr<YDebugSink::CacheBuffer> buffer
         = cacheEnabled ? sink->cacheBuffer() : std::shared_ptr<YDebugSink::CacheBuffer>();
     if (buffer && !buffer->isEmpty() && firesDump(sink, _errorId)) {
         dumpCache(*buffer, item, size);
-        return;
+        return true;
     }
     if (sink->_dropping.load(std::memory_order_relaxed)
         && sink->_dropping.exchange(false, std::memory_order_relaxed))
         refreshHiddenGates();
     if (size == 0 || !buffer || sink->_verbosityRaised.load(std::memory_order_relaxed)
         || !(sink->_level.load(std::memory_order_relaxed) < _level) || !cacheEnabled)
-        return;
+        return false;
     if (!_firstInCacheLine) {
         _cacheLine.append(item, size);
         _cacheLine.append(' ');
-        return;
+        return false;
     }
     appendCacheHeader();
     _cacheLine.append(' ');
     _cacheLine.append(item, size);
     _cacheLine.append(' ');
     _firstInCacheLine = false;
+    return false;
 }
 
 void YDebug::dumpCache(YCyclicBuffer<YMutex>& buffer, const char* item, int size)

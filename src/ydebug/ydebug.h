@@ -240,7 +240,8 @@ private:
     {
         return writeItem(text.constData(), text.size(), newLine);
     }
-    void handleCache(const char* item, int size);
+    // True when the item fired a dump, which then holds the item.
+    bool handleCache(const char* item, int size);
     YDebug& writeNumber(long long value);
     YDebug& writeNumber(unsigned long long value);
     void appendCacheHeader();
