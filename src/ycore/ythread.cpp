@@ -124,7 +124,7 @@ void YThread::start()
         Y_THROW(QStringLiteral("CreateThread() failed: %1").arg(lastErrorText()));
     YThreadEntryPrivate entry;
     entry._thread = this;
-    insertEntryUnlocked(_handle->_id, entry);
+    insertEntry(_handle->_id, entry);
 }
 
 void YThread::join()
@@ -177,11 +177,12 @@ YThread::Registry& YThread::registry()
     return *threads;
 }
 
-Q_NEVER_INLINE void YThread::insertEntryUnlocked(unsigned long id, const YThreadEntryPrivate& entry)
+void YThread::insertEntry(unsigned long id, const YThreadEntryPrivate& entry)
 {
-    // No lock, deliberately: threads are started and registered at start-up, before others log
-    // their traces. A thread that asks for its entry in its very first instructions may not find
-    // it yet.
+    // Under the registry's lock, so that threads may start while others print the traces. The
+    // entry still comes after the thread has started: one that asks for it in its very first
+    // instructions may not find it yet.
+    YMutexLocker locker(_stackTraceLock);
     registry().insert(id, entry);
 }
 
@@ -210,7 +211,7 @@ void YThread::registerExternalThread(unsigned long id)
 {
     YThreadEntryPrivate entry;
     entry._thread = nullptr;
-    insertEntryUnlocked(id, entry);
+    insertEntry(id, entry);
 }
 
 // ---------------------------------------------------------------------------------------------
