@@ -15,6 +15,7 @@
 #include <atomic>
 #include <chrono>
 #include <random>
+#include <sys/mman.h>
 #include <thread>
 #include <vector>
 
@@ -163,6 +164,11 @@ TEST(YDebugReconfigure, FourLoggersAndAnOperatorForTenSeconds)
     YDebug::setCacheLogifEnabledValue(stream, false);
     YDebug::setRotationSize(stream, 0);
     YDebug::unregisterStream(stream);
+    // The rotation's named semaphore outlives its object until the process ends; nothing else
+    // would remove its name.
+    const QByteArray semaphore = "/ysem.Global." + base.toLatin1() + "_rotationSem";
+    shm_unlink(semaphore.constData());
+    shm_unlink((semaphore + ".guard").constData());
 
     const LineShapes shapes(QStringLiteral("RC"));
     const QStringList files = QDir(dir.path()).entryList(QDir::Files);
