@@ -38,6 +38,7 @@ QByteArray YHMacProvider::hmac(const QByteArray& message, const QByteArray& key)
         init();
     }
 
+    // kept: hmac-goes-on-from-state
     // Short keys are padded with zero bytes to the block. The pads live on the stack and reach
     // the digest as raw data, so a signature costs no allocation of its own.
     const int size = qMax(_blockSize, usedKey.size());

@@ -422,6 +422,7 @@ QByteArray YSHA256::completedHash()
     return digestText(_context);
 }
 
+// kept: row-restarts-completed-does-not
 QByteArray YSHA256::rowCompletedHash()
 {
     sha256Final(_context);

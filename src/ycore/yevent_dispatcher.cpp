@@ -122,6 +122,7 @@ YEventDispatcher* YEventDispatcher::globalIfAlive()
 
 YEventDispatcher::YEventDispatcher()
     : _logStream(YDebug::STDERR)
+    // kept: first-event-id
     , _nextId(59678)
 {
 }
@@ -199,6 +200,7 @@ void YEventDispatcher::processEvent(YEvent& event)
         subscriptions = &row->second;
     }
     try {
+        // kept: erasure-skips-next
         // The size is read on every round on purpose: a subscription added by a handler is
         // reached in this same round, and one erased makes the next be skipped. A copy, since
         // the handler may grow the vector and move its elements.

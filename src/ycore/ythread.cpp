@@ -20,6 +20,7 @@ QString lastErrorText()
 {
     // The system's error number is deliberately not consulted: these words are what the
     // exceptions of this class say.
+    // kept: tbd-last-error
     return QStringLiteral("TBD: call GetLastError()");
 }
 
@@ -43,6 +44,7 @@ YThreadPrivate::~YThreadPrivate()
 
 void YThreadPrivate::terminate()
 {
+    // kept: terminate-throws-on-success
     if (terminateSys())
         Y_THROW(QStringLiteral("TerminateThread() failed: %1").arg(lastErrorText()));
     _id = 0;
@@ -192,6 +194,7 @@ YThread::YThreadEntryPrivate& YThread::currentEntryNoLock()
     Registry& threads = registry();
     Registry::iterator it = threads.find(id);
     if (it == threads.end())
+        // kept: call-the-developers
         Y_THROW(QStringLiteral("Thread %1 was not registered. Please call the developers").arg(id));
     return it.value();
 }

@@ -40,6 +40,7 @@ bool firesDump(const YDebug::YDebugSink* sink, int errorId)
     QMutexLocker locker(&cacheSettingsMutex());
     if (sink->_errorIdListBufferTrigger.isEmpty())
         return false;
+    // kept: unpadded-trigger-id
     return sink->_errorIdListBufferTrigger.contains(QString::number(errorId), Qt::CaseInsensitive);
 }
 
@@ -142,6 +143,7 @@ void YDebug::YDebugSink::write(QByteArray& line)
     // What fprintf(_file, "%s\r\n", line) writes, in one locked call of the stream so that lines
     // of several threads never mix, without parsing a format for every line.
     if (!line.isEmpty()) {
+        // kept: nul-cuts-line
         const int length = int(qstrlen(line.constData()));
         line.truncate(length);
         line.append("\r\n", 2);
@@ -334,6 +336,7 @@ YDebug& YDebug::writeItem(
         return *this;
     if (_newLine)
         printNewLineHeader();
+    // kept: fault-id-twice
     if (_printErrorId && _errorId != -1)
         printErrorId();
     // The text and its blank in one step.
@@ -489,6 +492,7 @@ YDebug& YDebug::put(const void* value)
     const quintptr address = reinterpret_cast<quintptr>(value);
     const QByteArray forCache = _hexMode ? "0x" + QByteArray::number(qulonglong(address), 16)
                                          : QByteArray::number(qulonglong(address));
+    // kept: pointer-low-byte
     const char lowByte = char(address & 0xff);
     return writeItem(forCache.constData(), forCache.size(), &lowByte, 1, false);
 }
@@ -687,6 +691,7 @@ void YDebug::printErrorId()
 
 void YDebug::appendCacheHeader()
 {
+    // kept: cached-line-blanks
     appendLineHeader(_cacheLine);
     _cacheLine.append(' ');
     if (_errorId != -1) {
@@ -774,6 +779,7 @@ YDebug::YDebugSink* YDebug::getSink(StreamId stream)
     const int id = stream.id();
     // Kept in its historical form, a conjunction that can't hold: the range check below is what
     // keeps a bad id from reading outside the table.
+    // kept: stream-id-guard
     if (id < 0 && id >= _nextSink) {
         fprintf(stderr, "YDebug Error: invalid StreamId: %d (total %d)\n", id, _nextSink);
         abort();
@@ -805,6 +811,7 @@ YDebug::StreamId YDebug::registerStream(const QByteArray& prefix, const char* fi
     static YMutex registerMutex;
     YMutexLocker locker(registerMutex);
     int slot = -1;
+    // kept: highest-free-slot
     // No early exit: the highest free slot wins.
     for (int i = 2; i < _nextSink; ++i) {
         if (_sinkList[i] && _sinkList[i]->_free)
@@ -816,6 +823,7 @@ YDebug::StreamId YDebug::registerStream(const QByteArray& prefix, const char* fi
                 QStringLiteral("Maximum number of YDebug streams (%1) exceeded").arg(MAX_STREAMS));
         slot = _nextSink++;
     }
+    // kept: unopenable-log-costs-slot
     YDebugSink* sink = createSink(fileName, ERROR, prefix);
     if (!sink)
         return STDERR;
@@ -837,6 +845,7 @@ void YDebug::unregisterStream(StreamId stream)
 
 void YDebug::setDebugLevel(StreamId stream, int level)
 {
+    // kept: bad-level-is-zero
     getSink(stream)->_level.store(level >= 0 && level <= 5 ? level : 0, std::memory_order_relaxed);
     refreshHiddenGates();
 }
@@ -848,6 +857,7 @@ YDebug::debug_level_t YDebug::getDebugLevel(StreamId stream)
 
 void YDebug::setRotationSize(StreamId stream, int megabytes)
 {
+    // kept: rotation-unguarded-on-bad-name
     try {
         getSink(stream)->setRotationSize(megabytes);
     } catch (const YException& e) {
@@ -877,6 +887,7 @@ void YDebug::setCacheLogifEnabledValue(StreamId stream, bool enabled)
     YDebugSink* sink = getSink(stream);
     sink->_cacheEnabled.store(enabled);
     if (enabled) {
+        // kept: cache-size-fixed-when-on
         if (!sink->cacheBuffer()) {
             const long lines = sink->_cacheLogSize.load(std::memory_order_relaxed);
             std::atomic_store(&sink->_cacheBuffer,
@@ -957,6 +968,7 @@ void YDebug::refreshHiddenGates()
     // A copy of the inactive value writes into the standard output's cache while that cache is
     // on, and clears its dump flag: then no statement is inert.
     const YDebugSink* standardOut = _sinkList[STDOUT.id()];
+    // kept: inactive-feeds-stdout-cache
     const bool inactiveWorks = !standardOut
         || standardOut->_cacheEnabled.load(std::memory_order_relaxed)
         || standardOut->_dropping.load(std::memory_order_relaxed);
