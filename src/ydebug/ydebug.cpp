@@ -9,8 +9,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QMutex>
-#include <QMutexLocker>
 
 #include <charconv>
 #include <cmath>
@@ -18,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <mutex>
 
 namespace {
 
@@ -26,10 +25,11 @@ const char* const DEBUG_LEVEL_STRINGS[8] = {"SYSTEM", "ERROR", "WARNING", "NOTIC
 
 const int APPENDF_CHUNK = 256;
 
-// Guards the cache settings of all sinks; readers of the settings don't take it.
-QMutex& cacheSettingsMutex()
+// Guards the cache settings of all sinks, and the list of trigger ids also for the statements
+// that read it. A standard mutex, which the thread sanitizer understands.
+std::mutex& cacheSettingsMutex()
 {
-    static QMutex mutex;
+    static std::mutex mutex;
     return mutex;
 }
 
@@ -37,7 +37,7 @@ QMutex& cacheSettingsMutex()
 // operator may replace while statements run: it is read under the settings' mutex.
 bool firesDump(const YDebug::YDebugSink* sink, int errorId)
 {
-    QMutexLocker locker(&cacheSettingsMutex());
+    std::lock_guard<std::mutex> locker(cacheSettingsMutex());
     if (sink->_errorIdListBufferTrigger.isEmpty())
         return false;
     // kept: unpadded-trigger-id
@@ -883,7 +883,7 @@ bool YDebug::getPrintProcessIdAndThreadId()
 
 void YDebug::setCacheLogifEnabledValue(StreamId stream, bool enabled)
 {
-    QMutexLocker locker(&cacheSettingsMutex());
+    std::lock_guard<std::mutex> locker(cacheSettingsMutex());
     YDebugSink* sink = getSink(stream);
     sink->_cacheEnabled.store(enabled);
     if (enabled) {
@@ -908,7 +908,7 @@ bool YDebug::getCacheLogifEnabledValue(StreamId stream)
 void YDebug::setCacheLogSize(StreamId stream, long lines)
 {
     try {
-        QMutexLocker locker(&cacheSettingsMutex());
+        std::lock_guard<std::mutex> locker(cacheSettingsMutex());
         getSink(stream)->_cacheLogSize.store(lines, std::memory_order_relaxed);
     } catch (const YException& e) {
         fprintf(stderr, "%s\n", e.what());
@@ -923,7 +923,7 @@ long YDebug::getCacheLogSize(StreamId stream)
 void YDebug::setSecForVerbosityFive(StreamId stream, unsigned int seconds)
 {
     try {
-        QMutexLocker locker(&cacheSettingsMutex());
+        std::lock_guard<std::mutex> locker(cacheSettingsMutex());
         getSink(stream)->_secForVerbosityFive.store(seconds, std::memory_order_relaxed);
     } catch (const YException& e) {
         fprintf(stderr, "%s\n", e.what());
@@ -937,20 +937,20 @@ unsigned int YDebug::getSecForVerbosityFive(StreamId stream)
 
 void YDebug::setErrorIdListBufferTrigger(StreamId stream, QString list)
 {
-    QMutexLocker locker(&cacheSettingsMutex());
+    std::lock_guard<std::mutex> locker(cacheSettingsMutex());
     getSink(stream)->_errorIdListBufferTrigger
         = list.split(QLatin1Char(','), Qt::SkipEmptyParts, Qt::CaseSensitive);
 }
 
 QStringList YDebug::getErrorIdListBufferTrigger(StreamId stream)
 {
-    QMutexLocker locker(&cacheSettingsMutex());
+    std::lock_guard<std::mutex> locker(cacheSettingsMutex());
     return getSink(stream)->_errorIdListBufferTrigger;
 }
 
 void YDebug::setErrorIdForBufferDrop(StreamId stream, int errorId)
 {
-    QMutexLocker locker(&cacheSettingsMutex());
+    std::lock_guard<std::mutex> locker(cacheSettingsMutex());
     getSink(stream)->_errorIdForBufferDrop.store(unsigned(errorId), std::memory_order_relaxed);
 }
 
@@ -963,8 +963,8 @@ void YDebug::refreshHiddenGates()
 {
     // One writer at a time, each reading the sinks afresh: a late refresh can't bring back a
     // gate that an earlier change had lifted.
-    static QMutex gatesMutex;
-    QMutexLocker locker(&gatesMutex);
+    static std::mutex gatesMutex;
+    std::lock_guard<std::mutex> locker(gatesMutex);
     // A copy of the inactive value writes into the standard output's cache while that cache is
     // on, and clears its dump flag: then no statement is inert.
     const YDebugSink* standardOut = _sinkList[STDOUT.id()];
