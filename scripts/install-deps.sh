@@ -1,15 +1,29 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building and testing YovoLib needs, when any is missing.
+# Installs the Debian packages that YovoLib needs, when any is missing.
+#   scripts/install-deps.sh           everything: building, testing, benchmarking, fuzzing
+#   scripts/install-deps.sh runtime   only what building the library itself needs
 set -euo pipefail
 
-packages=(
-    cmake ninja-build g++ pkg-config git clang-format
+# Building the library alone.
+runtime=(
+    cmake make ninja-build g++ pkg-config
     qtbase5-dev libqt5sql5-sqlite libqt5sql5-mysql
     zlib1g-dev libcjson-dev
+)
+
+# Tests, benchmarks, examples, fuzzing and CI.
+development=(
+    git clang-format dpkg-dev
+    clang libclang-rt-14-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     libspdlog-dev libssl-dev libboost-dev
-    lldb
+    lldb python3
 )
+
+packages=("${runtime[@]}")
+if [ "${1:-all}" != "runtime" ]; then
+    packages+=("${development[@]}")
+fi
 
 missing=()
 for p in "${packages[@]}"; do
@@ -19,6 +33,7 @@ if [ ${#missing[@]} -gt 0 ]; then
     echo "installing: ${missing[*]}"
     SUDO=""
     [ "$(id -u)" -eq 0 ] || SUDO="sudo"
-    $SUDO apt-get update
-    DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y --no-install-recommends "${missing[@]}"
+    $SUDO apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq -o Dpkg::Use-Pty=0 \
+        --no-install-recommends "${missing[@]}" >/dev/null
 fi

@@ -22,3 +22,5 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64|i.86)$")
     set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/ysha256_shani.cpp
         PROPERTIES COMPILE_OPTIONS "-msha;-msse4.1")
 endif()
+
+target_link_libraries(yovolib PRIVATE ZLIB::ZLIB)

@@ -83,17 +83,18 @@ inline uint32_t rotr(uint32_t v, int n)
     return (v >> n) | (v << (32 - n));
 }
 
-// The same text as "%02X" (or "%02x") per byte, without a formatting call per byte.
-inline QByteArray hexText(const unsigned char* bytes, int count, bool upperCase)
+// The same text as "%02X" (or "%02x") per byte, without a formatting call per byte. The text is
+// assembled in a buffer of the digest's own size and copied once: the optimiser can then prove
+// every store in bounds, which it cannot for a QByteArray that might be the shared empty one.
+template<size_t N> inline QByteArray hexText(const unsigned char (&bytes)[N], bool upperCase)
 {
     const char* digits = upperCase ? "0123456789ABCDEF" : "0123456789abcdef";
-    QByteArray text(count * 2, Qt::Uninitialized);
-    char* out = text.data();
-    for (int i = 0; i < count; ++i) {
-        out[2 * i] = digits[bytes[i] >> 4];
-        out[2 * i + 1] = digits[bytes[i] & 0x0f];
+    char text[2 * N];
+    for (size_t i = 0; i < N; ++i) {
+        text[2 * i] = digits[bytes[i] >> 4];
+        text[2 * i + 1] = digits[bytes[i] & 0x0f];
     }
-    return text;
+    return QByteArray(text, int(2 * N));
 }
 
 } // namespace ydigest

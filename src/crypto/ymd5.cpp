@@ -222,7 +222,7 @@ void YMD5::appendBlock(const QByteArray& data)
 QByteArray YMD5::completedHash()
 {
     md5Final(_context);
-    return ydigest::hexText(_context->digest, DigestSize, true);
+    return ydigest::hexText(_context->digest, true);
 }
 
 QByteArray YMD5::hash(const QByteArray& data)
@@ -232,5 +232,5 @@ QByteArray YMD5::hash(const QByteArray& data)
     md5Update(
         &context, reinterpret_cast<const unsigned char*>(data.constData()), size_t(data.size()));
     md5Final(&context);
-    return ydigest::hexText(context.digest, DigestSize, true);
+    return ydigest::hexText(context.digest, true);
 }

@@ -346,7 +346,7 @@ QByteArray digestText(const YSHA256Private* ctx)
     unsigned char digest[32];
     for (int i = 0; i < 8; ++i)
         store32be(digest + 4 * i, ctx->state[i]);
-    return ydigest::hexText(digest, 32, false);
+    return ydigest::hexText(digest, false);
 }
 
 // True when the state is that of a fresh or freshly restarted digest: only then is the keyed

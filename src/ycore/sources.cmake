@@ -18,8 +18,8 @@ yovo_add_sources(
         yserializable.h
         ysingle_instance_checker.h
         ythread.h
+        ythread_storage.h
     PRIVATE_HEADERS
-        tls_p.h
         yfile_time_stamp_p.h
         ymmap_allocator_p.h
         ynamed_object_posix_p.h
@@ -30,7 +30,6 @@ yovo_add_sources(
         yunix_p.h
     SOURCES
         stateful_iterative_thread.cpp
-        tls_p.cpp
         trace_element.cpp
         yassert.cpp
         yevent.cpp
@@ -48,12 +47,13 @@ yovo_add_sources(
         yserializable.cpp
         ysingle_instance_checker.cpp
         ythread.cpp
+        ythread_storage.cpp
     POSIX_SOURCES
-        tls_posix.cpp
         yfile_time_stamp_posix.cpp
         ymmap_allocator_posix.cpp
         ymutex_posix.cpp
         ynamed_object_posix.cpp
         ynamed_pipe_posix.cpp
         ysemaphore_posix.cpp
-        ythread_posix.cpp)
+        ythread_posix.cpp
+        ythread_storage_posix.cpp)

@@ -45,10 +45,11 @@ public:
 
 private:
     YSemaphore* _semaphore;
-    YOneLockSemaphore* _writerSemaphore;
+    // The gate and its flag are kept like the writer's and never read: readers don't touch the
+    // gate, but the fields keep the object's layout the same as the writer's.
+    [[maybe_unused]] YOneLockSemaphore* _writerSemaphore;
     bool _hasTokens;
-    // Set like the writer's flag and never read: readers don't touch the gate.
-    bool _hasWriterSemaphore;
+    [[maybe_unused]] bool _hasWriterSemaphore;
 };
 
 #endif // YOVOLIB_YREADER_WRITER_LOCKER_H

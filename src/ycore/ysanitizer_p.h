@@ -5,7 +5,7 @@
 // Qt's mutexes lock inside QtCore, which the race detector doesn't see: without these hints it
 // takes data guarded by a QMutex for racy. They tell it where such a lock is taken and released,
 // and cost nothing in other builds.
-#if defined(__SANITIZE_THREAD__)
+#if defined(YOVO_SANITIZE_THREAD) || defined(__SANITIZE_THREAD__)
 #define YOVO_TSAN 1
 #elif defined(__has_feature)
 #if __has_feature(thread_sanitizer)

@@ -17,3 +17,6 @@ yovo_add_sources(
         crash_handler_posix.cpp
         minidump_writer_posix.cpp
         ydebug_posix.cpp)
+
+# The message catalogue is read with the DOM classes; no public header shows them.
+target_link_libraries(yovolib PRIVATE Qt5::Xml)

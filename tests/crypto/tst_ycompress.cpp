@@ -186,7 +186,7 @@ TEST(YCompress, ResultHoldsNoMoreSlackThanData)
 // child whose address space is limited, so that nothing else of the test suffers.
 TEST(YCompress, OutOfMemoryIsReported)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(YOVO_SANITIZE_ADDRESS) || defined(YOVO_SANITIZE_THREAD)
     GTEST_SKIP() << "sanitizers reserve more address space than the limit leaves";
 #else
     const QByteArray stream = YCompress::zlibCompress(QByteArray(256 * 1024 * 1024, '\0'), 9);

@@ -21,10 +21,16 @@ if(private_headers)
     message(FATAL_ERROR "private headers installed: ${private_headers}")
 endif()
 
-run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/consumer -DCMAKE_PREFIX_PATH=${prefix})
+run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/consumer -G ${GENERATOR}
+    -DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM} -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
+    -DCMAKE_PREFIX_PATH=${prefix})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/consumer)
 run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/lib ${WORK_DIR}/consumer/consumer)
 if(NOT last_output MATCHES "consumer: ok")
+    message(FATAL_ERROR "unexpected output: ${last_output}")
+endif()
+run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/lib ${WORK_DIR}/consumer/every_class)
+if(NOT last_output MATCHES "every class: ok")
     message(FATAL_ERROR "unexpected output: ${last_output}")
 endif()
 

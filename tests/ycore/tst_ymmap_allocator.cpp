@@ -323,7 +323,6 @@ class ForeignSegment
 public:
     ForeignSegment(const QByteArray& name, size_t size, quint32 total, quint32 used)
         : _name("/" + name + "Mmap")
-        , _size(size)
     {
         _fd = shm_open(_name.constData(), O_RDWR | O_CREAT | O_EXCL, 0600);
         if (_fd < 0)
@@ -352,7 +351,6 @@ public:
 
 private:
     QByteArray _name;
-    size_t _size;
     int _fd = -1;
     bool _ok = false;
 };

@@ -28,18 +28,21 @@ extern char** environ;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(YOVO_SANITIZE_ADDRESS)
 const bool ADDRESS_SANITIZER = true;
 #else
 const bool ADDRESS_SANITIZER = false;
 #endif
-#if defined(__SANITIZE_THREAD__)
+#if defined(YOVO_SANITIZE_THREAD)
 const bool THREAD_SANITIZER = true;
 #else
 const bool THREAD_SANITIZER = false;
 #endif
-// The sanitizer builds add the undefined-behaviour checker to the address checker.
-const bool UNDEFINED_SANITIZER = ADDRESS_SANITIZER;
+#if defined(YOVO_SANITIZE_UNDEFINED)
+const bool UNDEFINED_SANITIZER = true;
+#else
+const bool UNDEFINED_SANITIZER = false;
+#endif
 
 // A run that takes longer than this has hung.
 const int CRASH_TIMEOUT_MS = 10000;

@@ -1,7 +1,7 @@
-// Not part of the YovoLib API: the thin layer over the system's thread-local storage that other
-// modules of the library use.
-#ifndef YOVOLIB_TLS_P_H
-#define YOVOLIB_TLS_P_H
+// The thin layer over the system's thread-local storage: the slot that the threads family and a
+// daemon's own per-thread data use.
+#ifndef YOVOLIB_YTHREAD_STORAGE_H
+#define YOVOLIB_YTHREAD_STORAGE_H
 
 #include "ymutex.h"
 #include "yovolib_export.h"
@@ -42,4 +42,4 @@ private:
     static YMutex _mutex;
 };
 
-#endif // YOVOLIB_TLS_P_H
+#endif // YOVOLIB_YTHREAD_STORAGE_H

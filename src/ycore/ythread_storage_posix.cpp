@@ -1,6 +1,6 @@
 // Thread storage on POSIX thread keys. No destructor is registered with a key: like the slots of
 // the system this library models, a value is a plain word that the owner frees.
-#include "tls_p.h"
+#include "ythread_storage.h"
 
 #include <pthread.h>
 

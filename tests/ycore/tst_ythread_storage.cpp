@@ -1,5 +1,5 @@
-#include "tls_p.h"
 #include "yexception.h"
+#include "ythread_storage.h"
 
 #include <gtest/gtest.h>
 

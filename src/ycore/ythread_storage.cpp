@@ -1,6 +1,6 @@
 // Operating-system independent part of the thread storage: sharing one system key among all
-// objects of a logical key. The system calls are in tls_posix.cpp.
-#include "tls_p.h"
+// objects of a logical key. The system calls are in ythread_storage_posix.cpp.
+#include "ythread_storage.h"
 
 #include "yexception.h"
 

@@ -1,0 +1,168 @@
+// Built against the installed tree only: names every exported class of every family and calls
+// one operation of each, so that a header left out of the installation, or a symbol left out of
+// the shared library, fails this build.
+
+#include <yovolib/yovolib.h>
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+
+class Printable : public YPrintable
+{
+public:
+    QString toString() const override { return QStringLiteral("printable"); }
+};
+
+class Handler : public YEventHandler
+{
+public:
+    void onEvent(YEvent& event) { seen = event.getEventId(); }
+    int seen = 0;
+};
+
+class Worker : public YStatefulIterativeThread
+{
+public:
+    Worker()
+        : YStatefulIterativeThread("worker")
+    {
+    }
+
+protected:
+    void doIteration() override { stop(); }
+};
+
+class Assertions : public YAssertionFailedHandler
+{
+public:
+    void onAssertionFailed() override { }
+};
+
+int failures = 0;
+
+void check(bool ok, const char* what)
+{
+    if (!ok) {
+        std::printf("every class: %s failed\n", what);
+        ++failures;
+    }
+}
+
+} // namespace
+
+int main()
+{
+    const QByteArray name = "yovo_every_class_" + QByteArray::number(getpid());
+
+    // Diagnostics
+    YException exception("text", "file.cpp", 1);
+    check(QByteArray(exception.what()) == "file.cpp:1 text", "YException");
+    Printable printable;
+    check(printable.toString() == QLatin1String("printable"), "YPrintable");
+    YSerializable serializable;
+    check(!serializable.toString().isNull(), "YSerializable");
+    static Assertions assertions;
+    YAssert::registerAssertionFailedHandler(&assertions);
+    YDebug::setDebugLevel(YDebug::STDOUT, YDebug::NOTICE);
+    check(YDebug::getDebugLevel(YDebug::STDOUT) == YDebug::NOTICE, "YDebug");
+    YCyclicBuffer<YMutex> ring(2);
+    check(ring.isEmpty(), "YCyclicBuffer<YMutex>");
+    {
+        // Constructed, never started: a started rotator must live to the end of the process.
+        YPeriodicLogRotator rotator(YDebug::STDOUT, "/tmp", (name + ".log").constData(), 1, 1);
+    }
+    YMessageFormatter::initFromXml(QStringLiteral("<messages/>"));
+    const YMessageFormatter* formatter = YMessageFormatter::getInstance();
+    check(formatter->resolveMessageFormat(QStringLiteral("none"))
+            == formatter->resolveMessageFormat(QStringLiteral("none")),
+        "YMessageFormatter");
+
+    // Threads and events
+    YThreadStoragePrivate storage(77);
+    storage.setData(&storage);
+    check(storage.data() == &storage, "YThreadStoragePrivate");
+    YStringClientData clientData(QStringLiteral("data"));
+    YClientData* base = &clientData;
+    check(base != nullptr, "YClientData, YStringClientData");
+    Handler handler;
+    YEventHandlerBase* handlerBase = &handler;
+    check(handlerBase != nullptr, "YEventHandlerBase");
+    YEventDispatcher& dispatcher = YEventDispatcher::get();
+    const int id = dispatcher.newId();
+    handler.connectEvent(id, &handler, static_cast<YEventCallback>(&Handler::onEvent));
+    YEvent event(id);
+    dispatcher.processEvent(event);
+    check(handler.seen == id, "YEvent, YEventHandler, YEventDispatcher");
+    YTraceElement element("main", "every_class.cpp", 1, QStringLiteral("info"));
+    check(element.toString().contains(QLatin1String("main")), "YTraceElement");
+    Worker worker;
+    worker.start();
+    worker.join();
+    check(worker.getState() == YStatefulIterativeThread::FINISHED, "YStatefulIterativeThread");
+    YThread thread("plain");
+    thread.start();
+    thread.join();
+
+    // Synchronisation
+    YMutex mutex;
+    mutex.lock();
+    mutex.unlock();
+    DUMMY_LOCKER dummy;
+    dummy.lock();
+    dummy.unlock();
+    YSemaphoreImpl semaphore(1, (name + "_sem").constData());
+    check(semaphore.acquire(1) && semaphore.release(1), "YSemaphoreImpl");
+    YSemaphore readers(2, (name + "_readers").constData());
+    YOneLockSemaphore gate((name + "_gate").constData());
+    {
+        YReaderLocker reader(&readers, &gate);
+    }
+    {
+        YWriterLocker writer(&readers, &gate);
+    }
+    const QByteArray lockFile = "/tmp/" + name + ".lock";
+    YFileLockerPrivate fileLocker(lockFile.constData());
+    fileLocker.readLock();
+    fileLocker.unlock();
+    unlink(lockFile.constData());
+    YSingleInstanceChecker instance(QString::fromLatin1(name + "_single"));
+    check(instance.markAsRunning() && instance.markAsNotRunning(), "YSingleInstanceChecker");
+    check(YFileTimeStamp::getFileTimeStamp("/") > 0, "YFileTimeStamp");
+
+    // Shared memory and pipes
+    YMMapHash table;
+    check(table.create((name + "_table").constData(), 64 * 1024), "YMMapHash::create");
+    check(table.insert("key", "value"), "YMMapHash::insert");
+    QByteArray value;
+    check(table.value("key", value) && value == "value", "YMMapHash::value");
+    YMMapAllocator allocator;
+    check(allocator.create((name + "_alloc").constData(), 4096), "YMMapAllocator");
+    check(BasicAllocator::base() == 0, "BasicAllocator");
+    ExternalAllocator::init();
+    check(ExternalAllocator::base() != 0, "ExternalAllocator");
+    YNamedPipeServer pipeServer((name + "_pipe").constData());
+    YNamedPipeClient pipeClient((name + "_pipe").constData());
+    YNamedPipe* pipe = &pipeClient;
+    check(pipe->getPipePath() != nullptr, "YNamedPipe");
+    YNamedPipeConnectionsServer connections((name + "_pipes").constData());
+    check(connections.getPipePath() != nullptr, "YNamedPipeConnectionsServer");
+
+    // Hashes, ciphers, compression
+    check(YMD5::hash("") == "D41D8CD98F00B204E9800998ECF8427E", "YMD5");
+    YSHA256 sha;
+    YHMacProvider* provider = &sha;
+    check(provider->hmac("message", "key").size() > 0, "YSHA256, YHMacProvider");
+    check(YRc4::selfTest(), "YRc4");
+    check(YCompress::zlibUncompress(YCompress::zlibCompress("text", 9)) == "text", "YCompress");
+
+    // Statistics
+    YMovingWindow window(10, 1);
+    window << 1.0;
+    check(window.total(1) >= 0, "YMovingWindow");
+
+    if (failures == 0)
+        std::printf("every class: ok\n");
+    return failures == 0 ? 0 : 1;
+}
