@@ -549,7 +549,10 @@ void YDebug::flushToSink()
             static YMutex cacheInsertMutex;
             YMutexLocker locker(cacheInsertMutex);
             buffer->insertItem(_cacheLine);
-            _cacheLine.clear();
+            // The buffer shares the text, and another thread's dump may take it out: let go
+            // through the inline release, where the race detector sees the count's order,
+            // rather than through the toolkit's out-of-line clear().
+            _cacheLine = QByteArray();
             _firstInCacheLine = true;
         }
     }
