@@ -18,6 +18,10 @@ development=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libspdlog-dev libssl-dev libboost-dev
     lldb python3
+    nlohmann-json3-dev rapidjson-dev
+    php8.2-cli libinih-dev
+    nginx openssl libcurl4-openssl-dev
+    mariadb-server mariadb-client
 )
 
 packages=("${runtime[@]}")

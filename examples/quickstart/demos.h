@@ -11,10 +11,18 @@ struct DemoContext
     QTextStream& out;
     QString workDir;
     QString programPath;
+    // Read from quickstart.ini by demoSettings.
+    int logLevel = 2;
+    int rotationMegabytes = 1;
+    int workers = 4;
 };
 
 /// The other side of a demo, when this program was started by one of its demos with arguments.
 int runDemoPeer(DemoContext& context, const QStringList& arguments);
+
+/// Reads the program's settings from the quickstart.ini it ships, with the defaults of its
+/// deployment descriptor, into the context.
+int demoSettings(DemoContext& context);
 
 /// Registers a log stream with rotation, writes at several levels, takes a named semaphore.
 int demoLogging(DemoContext& context);

@@ -20,6 +20,7 @@ int main(int argc, char** argv)
         return runDemoPeer(context, QCoreApplication::arguments().mid(1));
 
     int failures = 0;
+    failures += demoSettings(context);
     failures += demoLogging(context);
     failures += demoThreads(context);
     failures += demoFlightRecorder(context);

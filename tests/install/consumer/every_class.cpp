@@ -4,6 +4,11 @@
 
 #include <yovolib/yovolib.h>
 
+#include <QFile>
+#include <QDir>
+#include <QFile>
+#include <QSqlDatabase>
+
 #include <cstdio>
 #include <unistd.h>
 
@@ -149,6 +154,65 @@ int main()
     YNamedPipeConnectionsServer connections((name + "_pipes").constData());
     check(connections.getPipePath() != nullptr, "YNamedPipeConnectionsServer");
 
+    // Configuration
+    const QString iniPath = QStringLiteral("/tmp/%1.ini").arg(QString::fromLatin1(name));
+    {
+        QFile ini(iniPath);
+        check(ini.open(QIODevice::WriteOnly) && ini.write("k = 1 ; note\n") > 0, "ini file");
+    }
+    YPhpIniParser parser;
+    parser.addFile(iniPath);
+    check(parser.longValue(QStringLiteral("k")) == 1, "YPhpIniParser");
+    YScanDir::modifyDirective(YDebug::STDERR, iniPath, QStringLiteral("k"), QStringLiteral("2"));
+    YScanDir scanner;
+    scanner.addFile(iniPath);
+    scanner.scan();
+    check(scanner.getInt(QStringLiteral("k"), 0) == 2, "YScanDir");
+    IYScanDirValueSorter* sorter = nullptr;
+    scanner.setExtensionsWriteSorter(sorter);
+    YParametersRegistry::init(QStringLiteral(
+        "<deploymentDescriptor><parameters><p name=\"port\" type=\"int\"><defaultValues>"
+        "<defaultValue><fixed>80</fixed></defaultValue></defaultValues></p></parameters>"
+        "</deploymentDescriptor>"));
+    YParametersRegistry* registry = YParametersRegistry::getInstance();
+    YIniFileValuesManager values(QStringList(iniPath), registry->getParametersHash());
+    registry->addParameterValuesManager(&values);
+    check(registry->getType(QStringLiteral("port")) == QVariant::Int
+            && values.getValue(QStringLiteral("port")) == QLatin1String("80"),
+        "YParametersRegistry, YIniFileValuesManager");
+    QFile::remove(iniPath);
+    YovoServerInfo serverInfo(QStringLiteral("/nonexistent"), QString());
+    check(serverInfo.getTmp() == QLatin1String("/nonexistent/tmp"), "YovoServerInfo");
+    // Database
+    {
+        const QString dbFile = QDir::tempPath() + "/" + QString::fromLatin1(name) + ".db";
+        YDb pool;
+        check(pool.initMySQL("127.0.0.1", "user", "password", "db", 1, QString()), "YDb");
+        YDbConfigReader* catalogue = YDbConfigReader::instance();
+        check(catalogue->getStatement("none").isEmpty(), "YDbConfigReader");
+        YovoDbSQliteInfo sqliteInfo(QDir::tempPath());
+        check(sqliteInfo.dbFileName(YovoDbSQliteInfo::GUI).endsWith("gui.db"), "YovoDbSQliteInfo");
+        {
+            const QString connectionName = QString::fromLatin1(name) + "_db";
+            QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", connectionName);
+            database.setDatabaseName(dbFile);
+            check(database.open(), "QSQLITE");
+            YDbRefCount count;
+            count.IncRef();
+            check(count.GetRefCount() == 1, "YDbRefCount");
+            YDbConnectionPtr connection(new YDbConnection(database), true);
+            check(connection->isSQlite(), "YDbConnection, YDbConnectionPtr");
+            check(YDb::sqlSafeString(connection, "it's", true) == "it''s", "YDb::sqlSafeString");
+            YSafeSqlQuery query(connection->getDatabase());
+            check(query.exec("select 1"), "YSafeSqlQuery");
+            YDbTableCopier copier(YDebug::STDERR);
+            check(copier.qtTypeFromSqliteType("integer") == QVariant::Int, "YDbTableCopier");
+            YDbMysqlLock lock(YDbConnectionPtr(), "lock", YDebug::STDERR);
+            (void)lock;
+        }
+        QFile::remove(dbFile);
+    }
+
     // Hashes, ciphers, compression
     check(YMD5::hash("") == "D41D8CD98F00B204E9800998ECF8427E", "YMD5");
     YSHA256 sha;
@@ -156,6 +220,21 @@ int main()
     check(provider->hmac("message", "key").size() > 0, "YSHA256, YHMacProvider");
     check(YRc4::selfTest(), "YRc4");
     check(YCompress::zlibUncompress(YCompress::zlibCompress("text", 9)) == "text", "YCompress");
+
+    // HTTP and web API (nothing here reaches the network)
+    YSimpleURL simpleUrl;
+    simpleUrl.setHeader("X-Name", "value");
+    check(simpleUrl.getHeaders().size() == 1, "YSimpleURL");
+    YSimpleURLRequestEventLoop simpleLoop(nullptr);
+    check(simpleLoop.getErrorString().isEmpty(), "YSimpleURLRequestEventLoop");
+    YHttpRequest httpRequest;
+    YHttpRequestEventLoop httpLoop(nullptr, YDebug::STDERR);
+    check(httpLoop.getRedirectUrl().isEmpty(), "YHttpRequest, YHttpRequestEventLoop");
+    YHttpReply httpReply(nullptr);
+    (void)httpReply;
+    check(YWebApi::getUserAgent() == "Yovo_Http_Client/1.10", "YWebApi");
+    YWebApiResponse webResponse("<errorMessage>e</errorMessage>");
+    check(webResponse.getErrorMessage() == QStringLiteral("e"), "YWebApiResponse");
 
     // Statistics
     YMovingWindow window(10, 1);

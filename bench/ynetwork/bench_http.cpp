@@ -1,0 +1,236 @@
+// Blocking GET round trips through YSimpleURL::fetch and YHttpRequest::get side by side with
+// libcurl on the same URL, plain and TLS, against a private nginx on loopback. The benchmark
+// starts the servers itself (the tests' fixture script, in a temporary folder) and stops them at
+// the end. Times are wall-clock: the work of a round trip is spread over threads and processes.
+// At the end a table gives each pair's ratio (libcurl time / YovoLib time per request, so above 1
+// means YovoLib is faster).
+//
+// The pairs: fetch makes a new network manager, so a new connection, for every call; it is matched
+// with a fresh curl handle per request. YHttpRequest keeps its manager, which keeps the
+// connection alive; it is matched with one curl handle reused.
+
+#include "http_request.h"
+#include "ysimple_url.h"
+
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QHash>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <cstdio>
+#include <map>
+#include <string>
+
+namespace {
+
+QHash<QByteArray, int> g_ports;
+
+QString url(bool tls)
+{
+    return QStringLiteral("%1://127.0.0.1:%2/small.bin")
+        .arg(QLatin1String(tls ? "https" : "http"))
+        .arg(g_ports.value(tls ? "selfsigned" : "plain"));
+}
+
+size_t collect(char* data, size_t size, size_t count, void* target)
+{
+    static_cast<std::string*>(target)->append(data, size * count);
+    return size * count;
+}
+
+void setUpCurl(CURL* curl, const std::string& address, std::string* body)
+{
+    curl_easy_setopt(curl, CURLOPT_URL, address.c_str());
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, collect);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, body);
+    // The library accepts a self-signed certificate; curl is told to do the same.
+    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
+    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
+    curl_easy_setopt(curl, CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
+}
+
+void fetchYovo(benchmark::State& state, bool tls)
+{
+    const QString address = url(tls);
+    YSimpleURL client;
+    for (auto _ : state) {
+        const QByteArray body = client.fetch(address, 5000);
+        if (client.getStatus() != 200 || body.size() != 1024) {
+            state.SkipWithError("fetch failed");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+void fetchCurlFresh(benchmark::State& state, bool tls)
+{
+    const std::string address = url(tls).toStdString();
+    for (auto _ : state) {
+        std::string body;
+        CURL* curl = curl_easy_init();
+        setUpCurl(curl, address, &body);
+        const CURLcode code = curl_easy_perform(curl);
+        curl_easy_cleanup(curl);
+        if (code != CURLE_OK || body.size() != 1024) {
+            state.SkipWithError("curl failed");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+void getYovo(benchmark::State& state, bool tls)
+{
+    YHttpRequest http;
+    const QUrl address(url(tls));
+    for (auto _ : state) {
+        QNetworkRequest request(address);
+        QNetworkReply* reply = http.get(request, YDebug::STDERR);
+        const QByteArray body = reply->readAll();
+        const int status = YHttpReply(reply).getHttpStatus();
+        // Replies stay with the manager until its end; a long run would pile them up.
+        reply->deleteLater();
+        if (status != 200 || body.size() != 1024) {
+            state.SkipWithError("get failed");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+void getCurlReused(benchmark::State& state, bool tls)
+{
+    const std::string address = url(tls).toStdString();
+    std::string body;
+    CURL* curl = curl_easy_init();
+    setUpCurl(curl, address, &body);
+    for (auto _ : state) {
+        body.clear();
+        if (curl_easy_perform(curl) != CURLE_OK || body.size() != 1024) {
+            state.SkipWithError("curl failed");
+            break;
+        }
+    }
+    curl_easy_cleanup(curl);
+    state.SetItemsProcessed(state.iterations());
+}
+
+// Keeps the fastest run of each case for the table; other load only ever slows a run down.
+class RecordingReporter : public benchmark::ConsoleReporter
+{
+public:
+    std::map<std::string, double> nsPerCall;
+
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        for (const Run& run : runs) {
+            if (run.error_occurred || run.run_type != Run::RT_Iteration)
+                continue;
+            const double ns = run.GetAdjustedRealTime();
+            auto known = nsPerCall.find(run.benchmark_name());
+            if (known == nsPerCall.end() || known->second > ns)
+                nsPerCall[run.benchmark_name()] = ns;
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+};
+
+bool startServers(const QString& folder)
+{
+    const int code = QProcess::execute(QStringLiteral(YOVO_PYTHON3),
+        {QStringLiteral(YOVO_HTTP_FIXTURE_SCRIPT), QStringLiteral("start"), folder});
+    QFile file(folder + QStringLiteral("/ports.env"));
+    if (code != 0 || !file.open(QIODevice::ReadOnly))
+        return false;
+    for (const QByteArray& line : file.readAll().split('\n')) {
+        const int equals = line.indexOf('=');
+        if (equals > 0)
+            g_ports.insert(line.left(equals), line.mid(equals + 1).toInt());
+    }
+    return g_ports.contains("plain") && g_ports.contains("selfsigned");
+}
+
+void stopServers(const QString& folder)
+{
+    QProcess::execute(QStringLiteral(YOVO_PYTHON3),
+        {QStringLiteral(YOVO_HTTP_FIXTURE_SCRIPT), QStringLiteral("stop"), folder});
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QTemporaryDir folder;
+    if (!folder.isValid() || !startServers(folder.path())) {
+        std::fprintf(stderr, "the benchmark's servers did not start\n");
+        stopServers(folder.path());
+        return 1;
+    }
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+
+    struct Pair
+    {
+        const char* yovoName;
+        void (*yovo)(benchmark::State&, bool);
+        const char* curlName;
+        void (*curl)(benchmark::State&, bool);
+    };
+    const Pair pairs[] = {{"fetch/yovolib", fetchYovo, "fetch/curl_fresh_handle", fetchCurlFresh},
+        {"get/yovolib", getYovo, "get/curl_reused_handle", getCurlReused}};
+    for (const Pair& pair : pairs) {
+        for (bool tls : {false, true}) {
+            const std::string suffix = tls ? "/tls" : "/plain";
+            benchmark::RegisterBenchmark((pair.yovoName + suffix).c_str(), pair.yovo, tls)
+                ->UseRealTime();
+            benchmark::RegisterBenchmark((pair.curlName + suffix).c_str(), pair.curl, tls)
+                ->UseRealTime();
+        }
+    }
+    std::vector<std::string> arguments(argv, argv + argc);
+    bool repetitionsGiven = false;
+    for (const std::string& argument : arguments)
+        repetitionsGiven = repetitionsGiven || argument.rfind("--benchmark_repetitions", 0) == 0;
+    if (!repetitionsGiven) {
+        arguments.push_back("--benchmark_repetitions=3");
+        arguments.push_back("--benchmark_enable_random_interleaving=true");
+    }
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments)
+        pointers.push_back(&argument[0]);
+    int count = int(pointers.size());
+    benchmark::Initialize(&count, pointers.data());
+    if (benchmark::ReportUnrecognizedArguments(count, pointers.data())) {
+        stopServers(folder.path());
+        return 1;
+    }
+
+    RecordingReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+
+    std::printf("\nRatios: libcurl time / YovoLib time per request (above 1: YovoLib faster)\n");
+    for (const Pair& pair : pairs) {
+        for (const char* suffix : {"/plain", "/tls"}) {
+            const auto yovo
+                = reporter.nsPerCall.find(std::string(pair.yovoName) + suffix + "/real_time");
+            const auto curl
+                = reporter.nsPerCall.find(std::string(pair.curlName) + suffix + "/real_time");
+            if (yovo == reporter.nsPerCall.end() || curl == reporter.nsPerCall.end())
+                continue;
+            std::printf(
+                "%-22s %10.1f us %8.0f req/s | libcurl %10.1f us %8.0f req/s | ratio %.2f\n",
+                (std::string(pair.yovoName) + suffix).c_str(), yovo->second / 1e3,
+                1e9 / yovo->second, curl->second / 1e3, 1e9 / curl->second,
+                curl->second / yovo->second);
+        }
+    }
+    curl_global_cleanup();
+    stopServers(folder.path());
+    return 0;
+}
