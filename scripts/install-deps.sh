@@ -8,7 +8,7 @@ set -euo pipefail
 runtime=(
     cmake make ninja-build g++ pkg-config
     qtbase5-dev libqt5sql5-sqlite libqt5sql5-mysql
-    zlib1g-dev libcjson-dev
+    zlib1g-dev libcjson-dev libsystemd-dev
 )
 
 # Tests, benchmarks, examples, fuzzing and CI.

@@ -57,3 +57,37 @@ yovo_add_sources(
         ysemaphore_posix.cpp
         ythread_posix.cpp
         ythread_storage_posix.cpp)
+
+# Process host: the service frame, process and pid-file helpers, time and files.
+yovo_add_sources(
+    PUBLIC_HEADERS
+        yfile_system.h
+        ygetopt.h
+        yglobals.h
+        ypid_file.h
+        yservice.h
+        ytest_dir.h
+        ytime.h
+    PRIVATE_HEADERS
+        yfile_system_p.h
+        yglobals_p.h
+        yservice_p.h
+        ytime_p.h
+    SOURCES
+        yfile_system.cpp
+        ygetopt.cpp
+        yglobals.cpp
+        ypid_file.cpp
+        yservice.cpp
+        ytest_dir.cpp
+        ytime.cpp
+    POSIX_SOURCES
+        yfile_system_posix.cpp
+        yglobals_posix.cpp
+        yservice_posix.cpp
+        ytime_posix.cpp)
+# The service manager's reports; nothing of it shows in the public headers, so the installed
+# package doesn't need it at build time of a daemon.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(YOVO_SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+target_link_libraries(yovolib PRIVATE $<BUILD_INTERFACE:PkgConfig::YOVO_SYSTEMD>)

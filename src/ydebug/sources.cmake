@@ -20,3 +20,10 @@ yovo_add_sources(
 
 # The message catalogue is read with the DOM classes; no public header shows them.
 target_link_libraries(yovolib PRIVATE Qt5::Xml)
+
+# The interactive console of the process host.
+yovo_add_sources(
+    PUBLIC_HEADERS
+        ydebug_console.h
+    SOURCES
+        ydebug_console.cpp)

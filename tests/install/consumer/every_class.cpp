@@ -4,7 +4,6 @@
 
 #include <yovolib/yovolib.h>
 
-#include <QFile>
 #include <QDir>
 #include <QFile>
 #include <QSqlDatabase>
@@ -37,6 +36,16 @@ public:
 
 protected:
     void doIteration() override { stop(); }
+};
+
+class Daemon : public YService
+{
+public:
+    Daemon(int argc, char** argv)
+        : YService(QStringLiteral("daemon"), argc, argv, true, true, false, false)
+    {
+    }
+    int serviceMain(int, char**) override { return 0; }
 };
 
 class Assertions : public YAssertionFailedHandler
@@ -221,6 +230,17 @@ int main()
     check(YRc4::selfTest(), "YRc4");
     check(YCompress::zlibUncompress(YCompress::zlibCompress("text", 9)) == "text", "YCompress");
 
+    // JSON
+    YJsonValue json;
+    YJsonReader jsonReader;
+    check(jsonReader.parse(QStringLiteral("{\"a\":[1]}"), &json) == 0, "YJsonReader");
+    check(json.itemAt(QStringLiteral("a")).size() == 1, "YJsonValue");
+    QString jsonText;
+    YJsonWriter(YJSONWRITER_NONE).write(json, jsonText);
+    check(jsonText == QStringLiteral("{\n\"a\" : [\n1\n]\n}\n"), "YJsonWriter");
+    YJSONRoot jsonRoot(QByteArray("{\"a\":1}"));
+    check(jsonRoot.isOk(), "YJSONRoot");
+    check(jsonRoot.toElement().namedObject(QStringLiteral("a")).toInt() == 1, "YJSONElement");
     // HTTP and web API (nothing here reaches the network)
     YSimpleURL simpleUrl;
     simpleUrl.setHeader("X-Name", "value");
@@ -235,6 +255,26 @@ int main()
     check(YWebApi::getUserAgent() == "Yovo_Http_Client/1.10", "YWebApi");
     YWebApiResponse webResponse("<errorMessage>e</errorMessage>");
     check(webResponse.getErrorMessage() == QStringLiteral("e"), "YWebApiResponse");
+    // Process host
+    char programName[] = "prog";
+    char application[] = "-e";
+    char* daemonArgs[] = {programName, application, nullptr};
+    Daemon daemon(2, daemonArgs);
+    check(daemon.isRunningAsTerminalApplication(), "YService");
+    check(YGlobals::toNativePath("/a") == "/a", "YGlobals");
+    YPidFile pidFile;
+    check(!pidFile.isValid(), "YPidFile");
+    YDebugConsole console(QStringLiteral("console"));
+    check(console.objectName().isEmpty(), "YDebugConsole");
+    YTime stopwatch;
+    check(stopwatch.stop() == 0, "YTime");
+    YFileSystemImpl files;
+    check(files.createDir("/tmp"), "YFileSystemImpl");
+    check(YTestDir::getInputDirName("/b") == "/b/unittests/input", "YTestDir");
+    char options[] = "a";
+    check(yovo::getopt(1, daemonArgs, options) == -1 && yovo::optind == 1 && yovo::opterr == 1
+            && yovo::optarg == nullptr,
+        "getopt");
 
     // Statistics
     YMovingWindow window(10, 1);

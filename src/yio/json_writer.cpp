@@ -1,0 +1,412 @@
+#include "json_writer.h"
+
+#include "yassert.h"
+#include "yexception.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+// A finite double as QString::number(d, 'g', 6) writes it: six significant digits, an exact tie
+// rounded away from zero (not to even, as the C library would), trailing zeros dropped, and the
+// exponent form below 1e-4 and from 1e6 on, zero without a sign. Gives the length, or 0 if the
+// buffer is too small.
+int formatDouble(double d, char* out, int capacity)
+{
+    // Forty correctly rounded digits decide the sixth: no double lies that close to a tie
+    // without being one.
+    char wide[64];
+    const std::to_chars_result r
+        = std::to_chars(wide, wide + sizeof(wide), d, std::chars_format::scientific, 39);
+    if (r.ec != std::errc())
+        return 0;
+    const char* p = wide;
+    const bool negative = *p == '-';
+    if (negative)
+        ++p;
+    char digits[41];
+    int count = 0;
+    for (; p < r.ptr && *p != 'e'; ++p) {
+        if (*p != '.')
+            digits[count++] = *p;
+    }
+    int exponent = 0;
+    const bool negativeExponent = p + 1 < r.ptr && p[1] == '-';
+    for (const char* e = p + 2; e < r.ptr; ++e)
+        exponent = exponent * 10 + (*e - '0');
+    if (negativeExponent)
+        exponent = -exponent;
+    bool zero = true;
+    for (int i = 0; i < count; ++i)
+        zero = zero && digits[i] == '0';
+    char kept[7] = {'0', '0', '0', '0', '0', '0', 0};
+    if (!zero) {
+        for (int i = 0; i < 6; ++i)
+            kept[i] = digits[i];
+        if (digits[6] >= '5') {
+            int i = 5;
+            while (i >= 0 && kept[i] == '9')
+                kept[i--] = '0';
+            if (i >= 0) {
+                ++kept[i];
+            } else {
+                kept[0] = '1';
+                ++exponent;
+            }
+        }
+    } else {
+        exponent = 0;
+    }
+    int significant = 6;
+    while (significant > 1 && kept[significant - 1] == '0')
+        --significant;
+
+    char text[40];
+    int n = 0;
+    if (negative && !zero) // Qt writes no sign on a negative zero
+        text[n++] = '-';
+    if (exponent < -4 || exponent >= 6) {
+        text[n++] = kept[0];
+        if (significant > 1) {
+            text[n++] = '.';
+            for (int i = 1; i < significant; ++i)
+                text[n++] = kept[i];
+        }
+        text[n++] = 'e';
+        text[n++] = exponent < 0 ? '-' : '+';
+        const int magnitude = exponent < 0 ? -exponent : exponent;
+        if (magnitude >= 100)
+            text[n++] = char('0' + magnitude / 100);
+        text[n++] = char('0' + magnitude / 10 % 10);
+        text[n++] = char('0' + magnitude % 10);
+    } else if (exponent < 0) {
+        text[n++] = '0';
+        text[n++] = '.';
+        for (int i = -1; i > exponent; --i)
+            text[n++] = '0';
+        for (int i = 0; i < significant; ++i)
+            text[n++] = kept[i];
+    } else {
+        for (int i = 0; i <= exponent; ++i)
+            text[n++] = i < significant ? kept[i] : '0';
+        if (significant > exponent + 1) {
+            text[n++] = '.';
+            for (int i = exponent + 1; i < significant; ++i)
+                text[n++] = kept[i];
+        }
+    }
+    if (n > capacity)
+        return 0;
+    std::memcpy(out, text, size_t(n));
+    return n;
+}
+
+inline QChar narrow(QChar ch)
+{
+    return QChar(static_cast<uchar>(ch.toLatin1()));
+}
+
+} // namespace
+
+YJsonWriter::YJsonWriter(int style, int indent, int step)
+    : m_style(style)
+    , m_indent(indent)
+    , m_step(step)
+    , m_level(0)
+    , m_output(nullptr)
+    , m_outputType(0)
+{
+    if (style == YJSONWRITER_NONE) {
+        m_indent = 0;
+        m_step = 0;
+    }
+}
+
+YJsonWriter::~YJsonWriter() = default;
+
+void YJsonWriter::write(const YJsonValue& value, QString& text)
+{
+    m_level = 0;
+    m_output = &text;
+    doWrite(value, nullptr, false);
+    m_output = nullptr;
+}
+
+int YJsonWriter::doWrite(const YJsonValue& value, const QString* key, bool comma)
+{
+    int position = 0;
+    if (value.getCommentCount() > 0 && (m_style & YJSONWRITER_WRITE_COMMENTS)) {
+        position = value.getCommentPos();
+        if (m_style & YJSONWRITER_COMMENTS_BEFORE)
+            position = 1;
+        else if (m_style & YJSONWRITER_COMMENTS_AFTER)
+            position = 2;
+    }
+    if (position == 1 && writeComment(value, true) < 0)
+        return -1;
+    if (writeIndent() < 0)
+        return -1;
+    if (key && writeKey(*key) < 0)
+        return -1;
+
+    switch (value.getType()) {
+    case YJSONTYPE_EMPTY:
+        failedAssertion(__FILE__, __LINE__, "(false)",
+            "YJsonWriter::WriteEmpty() cannot be called (not a valid JSON text)", YDebug::STDERR);
+    case YJSONTYPE_STRING:
+    case YJSONTYPE_CSTRING:
+        if (writeStringValue(value.asString()) < 0)
+            return -1;
+        break;
+    case YJSONTYPE_ARRAY:
+    case YJSONTYPE_OBJECT: {
+        const bool array = value.getType() == YJSONTYPE_ARRAY;
+        if (m_level >= YJSON_MAX_DEPTH) {
+            writeError(QStringLiteral("nesting deeper than %1 levels is not supported")
+                           .arg(int(YJSON_MAX_DEPTH)));
+            return -1;
+        }
+        ++m_level;
+        writeChar(array ? '[' : '{');
+        if (position == 3) {
+            writeChar(' ');
+            writeComment(value, false);
+            writeChar('\n');
+            position = 0; // the inline comment stands behind the opening bracket
+        } else {
+            writeChar('\n');
+        }
+        if (array) {
+            const QVector<YJsonValue>& elements = *value.asArray();
+            const int last = elements.size() - 1;
+            for (int i = 0; i <= last; ++i) {
+                if (doWrite(elements.at(i), nullptr, i < last) < 0)
+                    return -1;
+            }
+        } else {
+            const QHash<QString, YJsonValue>& members = *value.asMap();
+            int left = members.size();
+            for (auto it = members.constBegin(); it != members.constEnd(); ++it) {
+                --left;
+                if (doWrite(it.value(), &it.key(), left > 0) < 0)
+                    return -1;
+            }
+        }
+        --m_level;
+        writeIndent();
+        writeChar(array ? ']' : '}');
+        break;
+    }
+    default:
+        if (writePrimitiveValue(value) < 0)
+            return -1;
+        break;
+    }
+
+    if (comma)
+        writeChar(',');
+    if (position == 3) {
+        writeChar(' ');
+        writeComment(value, false);
+    } else if (position == 2) {
+        writeChar('\n');
+        writeComment(value, true);
+    }
+    // kept: writer-empty-line — the line end follows also a comment that brought its own.
+    writeChar('\n');
+    return 0;
+}
+
+int YJsonWriter::writeComment(const YJsonValue& value, bool indent)
+{
+    if (!(m_style & YJSONWRITER_STYLED) || !(m_style & YJSONWRITER_WRITE_COMMENTS))
+        return 0;
+    for (const QString& comment : value.getCommentArray()) {
+        if (indent)
+            writeIndent();
+        writeString(comment);
+        if (!comment.endsWith(QLatin1Char('\n')))
+            writeChar('\n');
+    }
+    return 0;
+}
+
+int YJsonWriter::writeIndent()
+{
+    if (!(m_style & YJSONWRITER_STYLED))
+        return 0;
+    return writeIndent(m_indent + m_step * m_level);
+}
+
+int YJsonWriter::writeIndent(int count)
+{
+    if (!(m_style & YJSONWRITER_STYLED) || count <= 0)
+        return 0;
+    const int size = m_output->size();
+    m_output->resize(size + count);
+    QChar* out = m_output->data() + size;
+    for (int i = 0; i < count; ++i)
+        out[i] = QLatin1Char(' ');
+    return count;
+}
+
+int YJsonWriter::writeStringValue(const QString& text)
+{
+    const bool split = (m_style & YJSONWRITER_SPLIT_STRING) && (m_style & YJSONWRITER_STYLED);
+    writeChar('"');
+    const QChar* in = text.constData();
+    const int size = text.size();
+    int plain = 0; // start of the run of characters that need no escape
+    for (int i = 0; i < size; ++i) {
+        const QChar ch = narrow(in[i]);
+        const char* escape = nullptr;
+        switch (ch.unicode()) {
+        case '"':
+            escape = "\\\"";
+            break;
+        case '\\':
+            escape = "\\\\";
+            break;
+        case '/':
+            // kept: writer-slash — '/' is always escaped.
+            escape = "\\/";
+            break;
+        case '\b':
+            escape = "\\b";
+            break;
+        case '\f':
+            escape = "\\f";
+            break;
+        case '\n':
+            escape = "\\n";
+            break;
+        case '\r':
+            escape = "\\r";
+            break;
+        case '\t':
+            escape = "\\t";
+            break;
+        default:
+            if (ch != in[i]) {
+                // Beyond Latin-1: what the narrowing leaves stands in the text.
+                m_output->append(text.constData() + plain, i - plain);
+                m_output->append(ch);
+                plain = i + 1;
+            }
+            continue;
+        }
+        m_output->append(text.constData() + plain, i - plain);
+        plain = i + 1;
+        m_output->append(QLatin1String(escape));
+        if (split && ch == QLatin1Char('\n')) {
+            writeChar('"');
+            writeChar('\n');
+            writeIndent((m_level + 2) * m_step);
+            writeChar('"');
+        }
+    }
+    m_output->append(text.constData() + plain, size - plain);
+    writeChar('"');
+    return size + 2;
+}
+
+int YJsonWriter::writeChar(char ch)
+{
+    if (m_outputType != 0)
+        failedAssertion(
+            __FILE__, __LINE__, "(false)", "stream output is not supported", YDebug::STDERR);
+    m_output->append(QLatin1Char(ch));
+    return 1;
+}
+
+int YJsonWriter::writeString(const QString& text)
+{
+    if (m_outputType != 0)
+        failedAssertion(
+            __FILE__, __LINE__, "(false)", "stream output is not supported", YDebug::STDERR);
+    const int size = m_output->size();
+    m_output->resize(size + text.size());
+    QChar* out = m_output->data() + size;
+    const QChar* in = text.constData();
+    for (int i = 0; i < text.size(); ++i)
+        out[i] = narrow(in[i]);
+    return text.size();
+}
+
+int YJsonWriter::writePrimitiveValue(const YJsonValue& value)
+{
+    // Numbers are formatted into a small buffer, in the form asString gives them (six
+    // significant digits for a double): the common case skips a QString per value.
+    char buffer[32];
+    std::to_chars_result r {buffer, std::errc::invalid_argument};
+    switch (value.getType()) {
+    case YJSONTYPE_INT:
+        r = std::to_chars(buffer, buffer + sizeof(buffer), value.asInt());
+        break;
+    case YJSONTYPE_UINT:
+        r = std::to_chars(buffer, buffer + sizeof(buffer), value.asUInt());
+        break;
+    case YJSONTYPE_DOUBLE: {
+        const double d = value.asDouble();
+        const int length = std::isfinite(d) ? formatDouble(d, buffer, int(sizeof(buffer))) : 0;
+        if (length > 0)
+            r = {buffer + length, std::errc()};
+        break;
+    }
+    default:
+        break;
+    }
+    if (r.ec == std::errc()) {
+        const int length = int(r.ptr - buffer);
+        m_output->append(QLatin1String(buffer, length));
+        return length;
+    }
+    const QString s = value.asString();
+    Y_ASSERT(!s.isEmpty());
+    return writeString(s);
+}
+
+int YJsonWriter::writeInt(int value)
+{
+    return writeString(QString::number(value));
+}
+
+int YJsonWriter::writeUInt(unsigned int value)
+{
+    return writeString(QString::number(value));
+}
+
+int YJsonWriter::writeBool(bool value)
+{
+    return writeString(value ? QStringLiteral("true") : QStringLiteral("false"));
+}
+
+int YJsonWriter::writeDouble(double value)
+{
+    return writeString(QString::number(value, 'g', 6));
+}
+
+int YJsonWriter::writeNull()
+{
+    return writeString(QStringLiteral("null"));
+}
+
+int YJsonWriter::writeKey(const QString& key)
+{
+    const int written = writeStringValue(key);
+    return written + writeString(QStringLiteral(" : "));
+}
+
+int YJsonWriter::writeEmpty()
+{
+    // kept: writeempty-paren — the message lacks its closing parenthesis.
+    throw YException("YJsonWriter::WriteEmpty() cannot be called (not a valid JSON text");
+    return writeString(QStringLiteral("<empty>"));
+}
+
+int YJsonWriter::writeError(const QString& text)
+{
+    return writeString(QStringLiteral("ERROR: %1").arg(text));
+}

@@ -1,0 +1,58 @@
+#ifndef YOVOLIB_JSON_WRITER_H
+#define YOVOLIB_JSON_WRITER_H
+
+#include "json_value.h"
+#include "yovolib_export.h"
+
+#include <QString>
+
+/// Style flags of YJsonWriter.
+enum
+{
+    YJSONWRITER_NONE = 0,
+    YJSONWRITER_STYLED = 1,
+    YJSONWRITER_WRITE_COMMENTS = 2,
+    YJSONWRITER_COMMENTS_BEFORE = 4,
+    YJSONWRITER_COMMENTS_AFTER = 8,
+    YJSONWRITER_SPLIT_STRING = 16
+};
+
+/// Prints a YJsonValue tree into a QString, pretty-printed and with its comments if asked.
+/// Characters are narrowed to Latin-1 and doubles keep six significant digits. A tree nested
+/// deeper than YJSON_MAX_DEPTH stops with an "ERROR: " line at the point where it went too deep.
+class YOVOLIB_EXPORT YJsonWriter
+{
+public:
+    YJsonWriter(int style = YJSONWRITER_STYLED, int indent = 0, int step = 3);
+    virtual ~YJsonWriter();
+
+    /// Appends the text of the value to 'text'; it isn't cleared first.
+    void write(const YJsonValue& value, QString& text);
+
+protected:
+    int doWrite(const YJsonValue& value, const QString* key, bool comma);
+    int writeComment(const YJsonValue& value, bool indent);
+    int writeIndent();
+    int writeIndent(int count);
+    int writeStringValue(const QString& text);
+    int writeChar(char ch);
+    int writeString(const QString& text);
+    int writePrimitiveValue(const YJsonValue& value);
+    int writeInt(int value);
+    int writeUInt(unsigned int value);
+    int writeBool(bool value);
+    int writeDouble(double value);
+    int writeNull();
+    int writeKey(const QString& key);
+    int writeEmpty();
+    int writeError(const QString& text);
+
+    int m_style;
+    int m_indent;
+    int m_step;
+    int m_level;
+    QString* m_output;
+    int m_outputType;
+};
+
+#endif // YOVOLIB_JSON_WRITER_H
