@@ -87,7 +87,9 @@ done
 
 current="making the root file system"
 mmdebstrap --quiet --variant=apt --include=git,ca-certificates "${hooks[@]}" bookworm "$root"
+# A machine knows its own name and localhost; the bare root file system has no /etc/hosts.
 cp /etc/resolv.conf "$root/etc/resolv.conf"
+[ -e "$root/etc/hosts" ] || printf '127.0.0.1 localhost\n::1 localhost ip6-localhost ip6-loopback\n' >"$root/etc/hosts"
 step "making the root file system"
 
 current="cloning the commit under test"
