@@ -15,6 +15,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSharedPointer>
+#include <QTcpSocket>
 #include <QTextStream>
 #include <QThread>
 
@@ -410,13 +411,16 @@ int LedgerDaemon::serviceMain(int, char**)
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
     }
 
-    // The loop tests its flag only after a served request: one more wakes it.
+    // The loop tests its flag only after a connection: one that closes at once wakes it. It
+    // sends nothing, so that nobody waits for an answer from a loop that may have ended already.
     server->stop();
-    try {
-        ledgerRequest(
-            "127.0.0.1", quint16(_listeningPort.load()), QStringLiteral(LEDGER_PING), 0, QString());
-    } catch (const YException& e) {
-        YLOG_WARNING(_log) << "can't wake the server to stop it:" << e.what() << yflush;
+    {
+        QTcpSocket wake;
+        wake.connectToHost(QStringLiteral("127.0.0.1"), quint16(_listeningPort.load()));
+        if (!wake.waitForConnected(5000))
+            YLOG_WARNING(_log) << "can't wake the server to stop it:" << wake.errorString()
+                               << yflush;
+        wake.abort();
     }
     serving.join();
     server->deregisterMessageHandler(QStringLiteral("YMessage"));

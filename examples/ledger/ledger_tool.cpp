@@ -18,6 +18,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
+#include <QSaveFile>
 #include <QStringList>
 #include <QThread>
 
@@ -225,6 +226,80 @@ int commandSend(QStringList arguments)
     }
 }
 
+// The value as it has to stand in the file to read back the same: quoted when it holds what the
+// syntax would take for itself.
+bool iniValueText(const QString& value, QByteArray& text)
+{
+    if (value.contains(QLatin1Char('"')) || value.contains(QLatin1Char('\n'))
+        || value.contains(QLatin1Char('\r')))
+        return false;
+    static const QString special = QStringLiteral(" \t;#=[](){}|&~!^$");
+    bool quote = false;
+    for (const QChar c : value)
+        quote = quote || special.contains(c);
+    text = (quote ? QLatin1Char('"') + value + QLatin1Char('"') : value).toLocal8Bit();
+    return true;
+}
+
+// Changes the value of the first directive `key` and nothing else: the key's spelling, the
+// blanks around "=", a comment after the value, the line endings and every other line stay as
+// they are. The new file replaces the old one in one rename.
+int setDirective(const QString& path, const QString& key, const QString& value)
+{
+    QByteArray valueText;
+    if (!iniValueText(value, valueText))
+        return fail(EXIT_USAGE,
+            QStringLiteral("ini set: a value can't hold a double quote or a line break"));
+    QFile in(path);
+    if (!in.open(QIODevice::ReadOnly))
+        return fail(
+            EXIT_UNREACHABLE, QStringLiteral("ini set: %1: %2").arg(path, in.errorString()));
+    QByteArray content = in.readAll();
+    in.close();
+    const QByteArray wanted = key.toLocal8Bit();
+    int lineStart = 0;
+    while (lineStart < content.size()) {
+        int lineEnd = content.indexOf('\n', lineStart);
+        if (lineEnd < 0)
+            lineEnd = content.size();
+        int bodyEnd = lineEnd;
+        if (bodyEnd > lineStart && content[bodyEnd - 1] == '\r')
+            --bodyEnd;
+        const QByteArray line = content.mid(lineStart, bodyEnd - lineStart);
+        const int equals = line.indexOf('=');
+        const QByteArray head = line.trimmed();
+        if (equals > 0 && !head.startsWith(';') && !head.startsWith('#') && !head.startsWith('[')
+            && line.left(equals).trimmed() == wanted) {
+            int valueStart = equals + 1;
+            while (
+                valueStart < line.size() && (line[valueStart] == ' ' || line[valueStart] == '\t'))
+                ++valueStart;
+            int valueEnd = valueStart;
+            if (valueEnd < line.size() && line[valueEnd] == '"') {
+                const int closing = line.indexOf('"', valueEnd + 1);
+                valueEnd = closing < 0 ? line.size() : closing + 1;
+            } else {
+                while (valueEnd < line.size() && line[valueEnd] != ';')
+                    ++valueEnd;
+                while (valueEnd > valueStart
+                    && (line[valueEnd - 1] == ' ' || line[valueEnd - 1] == '\t'))
+                    --valueEnd;
+            }
+            content.replace(lineStart + valueStart, valueEnd - valueStart, valueText);
+            QSaveFile out(path);
+            if (!out.open(QIODevice::WriteOnly) || out.write(content) != content.size()
+                || !out.commit())
+                return fail(EXIT_UNREACHABLE,
+                    QStringLiteral("ini set: %1 can't be rewritten: %2")
+                        .arg(path, out.errorString()));
+            std::printf("%s = %s\n", wanted.constData(), valueText.constData());
+            return EXIT_OK;
+        }
+        lineStart = lineEnd + 1;
+    }
+    return fail(EXIT_NO, QStringLiteral("ini set: %1 has no directive \"%2\"").arg(path, key));
+}
+
 int commandIni(QStringList arguments)
 {
     const QString action = arguments.isEmpty() ? QString() : arguments.takeFirst();
@@ -258,21 +333,7 @@ int commandIni(QStringList arguments)
             std::printf("%s\n", value.toLocal8Bit().constData());
             return EXIT_OK;
         }
-        if (!QFileInfo(QFileInfo(file).absolutePath()).isWritable()
-            || !QFileInfo(file).isWritable())
-            return fail(EXIT_UNREACHABLE,
-                QStringLiteral("ini set: %1 can't be rewritten (no write permission)").arg(file));
-        scanner.setStringValue(key, arguments[2]);
-        scanner.flush();
-        QString written;
-        YScanDir check;
-        check.addFile(file);
-        check.scan();
-        if (!check.getStringValue(key, written))
-            return fail(
-                EXIT_UNREACHABLE, QStringLiteral("ini set: %1 was not rewritten").arg(file));
-        std::printf("%s = %s\n", key.toLocal8Bit().constData(), written.toLocal8Bit().constData());
-        return EXIT_OK;
+        return setDirective(file, key, arguments[2]);
     } catch (const YException& e) {
         return fail(EXIT_UNREACHABLE, QStringLiteral("ini %1: %2").arg(action, e.what()));
     }
