@@ -411,15 +411,24 @@ int LedgerDaemon::serviceMain(int, char**)
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
     }
 
-    // The loop tests its flag only after a connection: one that closes at once wakes it. It
-    // sends nothing, so that nobody waits for an answer from a loop that may have ended already.
+    // The loop tests its flag only after a request: a ping wakes it. The answer is awaited for
+    // a short while only, as the loop may have ended before it took the ping.
     server->stop();
     {
         QTcpSocket wake;
         wake.connectToHost(QStringLiteral("127.0.0.1"), quint16(_listeningPort.load()));
-        if (!wake.waitForConnected(5000))
+        if (wake.waitForConnected(5000)) {
+            QDataStream stream(&wake);
+            stream.setVersion(QDataStream::Qt_4_8);
+            YMessage ping;
+            ping.setStringType(QStringLiteral(LEDGER_PING));
+            stream << &ping;
+            wake.flush();
+            wake.waitForReadyRead(2000);
+        } else {
             YLOG_WARNING(_log) << "can't wake the server to stop it:" << wake.errorString()
                                << yflush;
+        }
         wake.abort();
     }
     serving.join();

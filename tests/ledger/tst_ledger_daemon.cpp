@@ -63,7 +63,7 @@ TEST(LedgerDaemon, RunsInATerminalWithE)
     ASSERT_TRUE(daemon.start(writeConfig(dir, 0, tableName())));
     ASSERT_TRUE(daemon.waitListening()) << daemon.errors().constData();
     daemon.sendSignal(SIGTERM);
-    EXPECT_EQ(0, daemon.wait());
+    EXPECT_EQ(0, daemon.wait()) << daemon.errors().constData();
     const QByteArray output = daemon.output();
     EXPECT_TRUE(output.startsWith("yledgerd: service is starting (as application) ...\n"
                                   "yledgerd: listening on port "))
