@@ -43,12 +43,30 @@ void BM_HiddenStatement_ThreeItems(benchmark::State& state)
 {
     const YDebug::StreamId log
         = YDebug::registerStream("B", benchFile("hidden3.log").toLocal8Bit().constData());
+    const QString user = QStringLiteral("user@example");
     int i = 0;
     for (auto _ : state)
-        YLOG_DBG3(log) << "request" << ++i << 3.5 << yflush;
+        YLOG_DBG3(log) << ++i << "request" << user << yflush;
     YDebug::unregisterStream(log);
 }
 BENCHMARK(BM_HiddenStatement_ThreeItems);
+
+// The same statement where the stream keeps a cache: it is hidden from the file but formatted
+// into the cache, the full path that the fast test must leave to such streams.
+void BM_HiddenStatement_ThreeItemsCached(benchmark::State& state)
+{
+    const YDebug::StreamId log
+        = YDebug::registerStream("B", benchFile("hidden3c.log").toLocal8Bit().constData());
+    YDebug::setCacheLogSize(log, 100);
+    YDebug::setCacheLogifEnabledValue(log, true);
+    const QString user = QStringLiteral("user@example");
+    int i = 0;
+    for (auto _ : state)
+        YLOG_DBG3(log) << ++i << "request" << user << yflush;
+    YDebug::setCacheLogifEnabledValue(log, false);
+    YDebug::unregisterStream(log);
+}
+BENCHMARK(BM_HiddenStatement_ThreeItemsCached);
 
 void BM_PrintedLine_YDebug(benchmark::State& state)
 {

@@ -5,22 +5,25 @@
 
 #include <QByteArray>
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 
 namespace ydigest {
 
-// Copies of a digest share one running state, which counts its owners in its `owners` field so
-// that the last owner frees it. These are the only places that touch the count.
+// Copies of a digest share one running state, which counts its owners in its atomic `owners`
+// field so that the last owner frees it, whichever thread it is on. These are the only places
+// that touch the count; the order is that of any shared pointer: taking a share needs no order,
+// the last release must see every write the other owners made before freeing.
 template<class Context> inline Context* adopt(Context* context)
 {
-    ++context->owners;
+    context->owners.fetch_add(1, std::memory_order_relaxed);
     return context;
 }
 
 template<class Context> inline void release(Context* context)
 {
-    if (--context->owners == 0)
+    if (context->owners.fetch_sub(1, std::memory_order_acq_rel) == 1)
         delete context;
 }
 

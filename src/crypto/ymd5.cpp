@@ -2,6 +2,7 @@
 
 #include "ydigest_p.h"
 
+#include <atomic>
 #include <cstring>
 
 using ydigest::load32le;
@@ -16,7 +17,7 @@ struct YMD5Private
     uint32_t state[4];
     unsigned char buffer[64];
     unsigned char digest[16];
-    int owners;
+    std::atomic<int> owners;
 };
 
 namespace {

@@ -14,6 +14,7 @@ YRc4::YRc4(const QByteArray& password)
     reset();
 }
 
+// kept: rc4-copy-restarts
 YRc4::YRc4(const YRc4& other)
     : password(other.password)
 {
@@ -40,6 +41,7 @@ void YRc4::reset()
     static const unsigned char zeroKey = 0;
     const unsigned char* key = reinterpret_cast<const unsigned char*>(password.constData());
     int keyLength = password.size();
+    // kept: rc4-empty-key-zero-byte
     if (keyLength == 0) {
         key = &zeroKey;
         keyLength = 1;

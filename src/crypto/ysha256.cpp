@@ -1,15 +1,33 @@
 #include "ysha256.h"
 
 #include "ydigest_p.h"
+#include "ysha256_p.h"
 
+#include <atomic>
+#include <cstdlib>
 #include <cstring>
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#endif
 
 using ydigest::load32be;
 using ydigest::rotr;
 using ydigest::store32be;
 
+// The running state of a keyed hash after its inner and its outer pad, for one key block. Every
+// signature of a daemon is made with the same few keys, and these two blocks are a third of the
+// work of a short one.
+struct YSHA256KeyedPads
+{
+    bool valid;
+    unsigned char keyBlock[64]; // the key as the pads use it: zero-filled to the block
+    uint32_t inner[8];
+    uint32_t outer[8];
+};
+
 // The context as the standard describes it. The owner count exists only because copies share one
-// context: the last of them frees it.
+// context: the last of them frees it, and copies may live on different threads.
 struct YSHA256Private
 {
     uint32_t state[8];
@@ -17,7 +35,8 @@ struct YSHA256Private
     uint32_t countLow;
     unsigned char buffer[64];
     int fill;
-    int owners;
+    std::atomic<int> owners;
+    YSHA256KeyedPads pads;
 };
 
 namespace {
@@ -181,39 +200,92 @@ void sha256BlocksPlain(uint32_t state[8], const unsigned char* data, size_t bloc
     sha256BlocksBody<false>(state, data, blocks);
 }
 
-typedef void (*BlockFunction)(uint32_t state[8], const unsigned char* data, size_t blocks);
+using ysha256::BlockFunction;
+using ysha256::BlockVariant;
 
-// YOVO_SHA256_PORTABLE_ONLY leaves the variant out, so that the portable code can be tested on
-// machines that would otherwise never run it.
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))                               \
+// YOVO_SHA256_PORTABLE_ONLY leaves the variants out, so that the portable code can be built and
+// tested alone, as on a processor that has none of them.
+#if (defined(__x86_64__) || defined(__i386__)) && (defined(__GNUC__) || defined(__clang__))        \
     && !defined(YOVO_SHA256_PORTABLE_ONLY)
+#define YOVO_SHA256_X86_VARIANTS 1
+#endif
+
+#ifdef YOVO_SHA256_X86_VARIANTS
 // The same code once more for processors with AVX2 and BMI2 (nearly all x86-64 servers since
 // 2013): three-operand vector and rotate instructions shorten the schedule and the rounds by a
-// quarter. Chosen once, at the first digest.
+// quarter.
 __attribute__((target("avx2,bmi,bmi2"))) void sha256BlocksAvx2(
     uint32_t state[8], const unsigned char* data, size_t blocks)
 {
     sha256BlocksBody<true>(state, data, blocks);
 }
 
-BlockFunction chooseBlockFunction()
+// CPUID rather than the compiler's feature names: not every compiler we build with knows "sha".
+bool hasShaExtensions()
+{
+    unsigned int eax = 0, ebx = 0, ecx = 0, edx = 0;
+    if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx))
+        return false;
+    const bool ssse3 = ecx & (1u << 9);
+    const bool sse41 = ecx & (1u << 19);
+    if (!__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx))
+        return false;
+    const bool sha = ebx & (1u << 29);
+    return ssse3 && sse41 && sha;
+}
+
+bool hasAvx2()
 {
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi")
-        && __builtin_cpu_supports("bmi2"))
-        return sha256BlocksAvx2;
-    return sha256BlocksPlain;
-}
-#else
-BlockFunction chooseBlockFunction()
-{
-    return sha256BlocksPlain;
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi")
+        && __builtin_cpu_supports("bmi2");
 }
 #endif
 
+const BlockVariant portableVariant = {"portable", sha256BlocksPlain};
+
+// The fastest first: the dedicated instructions beat any arrangement of the general ones.
+int collectVariants(BlockVariant* out, int capacity)
+{
+    BlockVariant found[3];
+    int count = 0;
+    found[count++] = portableVariant;
+#ifdef YOVO_SHA256_X86_VARIANTS
+    if (hasAvx2())
+        found[count++] = BlockVariant {"avx2", sha256BlocksAvx2};
+    if (hasShaExtensions())
+        found[count++] = BlockVariant {"sha-ni", ysha256::blocksShaNi};
+#endif
+    const int written = count < capacity ? count : capacity;
+    for (int i = 0; i < written; ++i)
+        out[i] = found[i];
+    return written;
+}
+
+bool portableForced()
+{
+    const char* value = std::getenv(ysha256::PortableSwitch);
+    return value && value[0] != '\0' && std::strcmp(value, "0") != 0;
+}
+
+BlockVariant chooseBlockVariant()
+{
+    if (portableForced())
+        return portableVariant;
+    BlockVariant variants[3];
+    const int count = collectVariants(variants, 3);
+    return variants[count - 1];
+}
+
+const BlockVariant& blockVariant()
+{
+    static const BlockVariant chosen = chooseBlockVariant();
+    return chosen;
+}
+
 void sha256Blocks(uint32_t state[8], const unsigned char* data, size_t blocks)
 {
-    static const BlockFunction blockFunction = chooseBlockFunction();
+    static const BlockFunction blockFunction = blockVariant().blocks;
     blockFunction(state, data, blocks);
 }
 
@@ -277,6 +349,39 @@ QByteArray digestText(const YSHA256Private* ctx)
     return ydigest::hexText(digest, false);
 }
 
+// True when the state is that of a fresh or freshly restarted digest: only then is the keyed
+// hash of a short key independent of what came before.
+bool isFresh(const YSHA256Private* ctx)
+{
+    return ctx->fill == 0 && ctx->countLow == 0 && ctx->countHigh == 0
+        && std::memcmp(ctx->state, initialState, sizeof(initialState)) == 0;
+}
+
+void preparePads(YSHA256KeyedPads& pads, const unsigned char (&keyBlock)[64])
+{
+    unsigned char inner[64];
+    unsigned char outer[64];
+    for (int i = 0; i < 64; ++i) {
+        inner[i] = keyBlock[i] ^ 0x36;
+        outer[i] = keyBlock[i] ^ 0x5c;
+    }
+    std::memcpy(pads.inner, initialState, sizeof(initialState));
+    std::memcpy(pads.outer, initialState, sizeof(initialState));
+    sha256Blocks(pads.inner, inner, 1);
+    sha256Blocks(pads.outer, outer, 1);
+    std::memcpy(pads.keyBlock, keyBlock, 64);
+    pads.valid = true;
+}
+
+// Continues a digest whose first block was one of the pads.
+void resumeAfterPad(YSHA256Private* ctx, const uint32_t (&padState)[8])
+{
+    std::memcpy(ctx->state, padState, sizeof(ctx->state));
+    ctx->countHigh = 0;
+    ctx->countLow = 64 * 8;
+    ctx->fill = 0;
+}
+
 } // namespace
 
 YSHA256::YSHA256()
@@ -284,6 +389,7 @@ YSHA256::YSHA256()
 {
     sha256Start(_context);
     _context->owners = 1;
+    _context->pads.valid = false;
 }
 
 YSHA256::YSHA256(const YSHA256& other)
@@ -316,6 +422,7 @@ QByteArray YSHA256::completedHash()
     return digestText(_context);
 }
 
+// kept: row-restarts-completed-does-not
 QByteArray YSHA256::rowCompletedHash()
 {
     sha256Final(_context);
@@ -332,6 +439,48 @@ void YSHA256::init()
     sha256Start(_context);
 }
 
+// The same steps as the general keyed hash, and the context ends as it would leave it: finished
+// on the outer digest, not restarted.
+bool YSHA256::keyedHashFromPads(
+    const QByteArray& message, const QByteArray& key, QByteArray& result)
+{
+    YSHA256Private* ctx = _context;
+    unsigned char keyBlock[64];
+    if (key.size() > 64) {
+        // kept: long-hmac-key -- the text form of the key's digest, then a restart.
+        YSHA256Private keyDigest;
+        sha256Start(&keyDigest);
+        sha256Update(&keyDigest, reinterpret_cast<const unsigned char*>(key.constData()),
+            size_t(key.size()));
+        sha256Final(&keyDigest);
+        const QByteArray text = digestText(&keyDigest);
+        std::memcpy(keyBlock, text.constData(), 64);
+        sha256Start(ctx);
+    } else {
+        if (!isFresh(ctx))
+            return false;
+        std::memcpy(keyBlock, key.constData(), size_t(key.size()));
+        std::memset(keyBlock + key.size(), 0, size_t(64 - key.size()));
+    }
+    YSHA256KeyedPads& pads = ctx->pads;
+    if (!pads.valid || std::memcmp(pads.keyBlock, keyBlock, 64) != 0)
+        preparePads(pads, keyBlock);
+
+    resumeAfterPad(ctx, pads.inner);
+    sha256Update(
+        ctx, reinterpret_cast<const unsigned char*>(message.constData()), size_t(message.size()));
+    sha256Final(ctx);
+    unsigned char innerDigest[32];
+    for (int i = 0; i < 8; ++i)
+        store32be(innerDigest + 4 * i, ctx->state[i]);
+
+    resumeAfterPad(ctx, pads.outer);
+    sha256Update(ctx, innerDigest, sizeof(innerDigest));
+    sha256Final(ctx);
+    result = digestText(ctx);
+    return true;
+}
+
 QByteArray YSHA256::hash(const QByteArray& data)
 {
     // Same result as a fresh object fed once, without the heap context.
@@ -341,4 +490,14 @@ QByteArray YSHA256::hash(const QByteArray& data)
         &context, reinterpret_cast<const unsigned char*>(data.constData()), size_t(data.size()));
     sha256Final(&context);
     return digestText(&context);
+}
+
+int ysha256::availableBlockVariants(BlockVariant* out, int capacity)
+{
+    return collectVariants(out, capacity);
+}
+
+BlockVariant ysha256::chosenBlockVariant()
+{
+    return blockVariant();
 }

@@ -35,6 +35,11 @@ public:
     static QByteArray hash(const QByteArray& data);
 
 private:
+    friend class YHMacProvider;
+    // The keyed hash from the pads' states cached for the last key; false when the running state
+    // makes the general path necessary (the result then depends on it).
+    bool keyedHashFromPads(const QByteArray& message, const QByteArray& key, QByteArray& result);
+
     YSHA256Private* _context;
 };
 

@@ -22,6 +22,7 @@ void YAssert::handleFailedAssertion()
         _assertionFailedHandlers.at(i)->onAssertionFailed();
 }
 
+// kept: wait-for-debugger-stored-only
 void YAssert::setWaitForDebugger(bool wait)
 {
     _waitForDebugger = wait;

@@ -5,7 +5,9 @@
 #include "ysanitizer_p.h"
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
+#include <mutex>
 
 namespace {
 
@@ -41,6 +43,16 @@ public:
 private:
     QMutex& _mutex;
 };
+
+// The subscription table of a dispatcher is read by every delivery and changed by subscribers on
+// any thread. The locks live here, striped by the dispatcher's address, so that the class keeps
+// its layout; none is held while a handler runs, so a handler may subscribe, unsubscribe or
+// deliver on any dispatcher without deadlock.
+std::mutex& tableMutex(const YEventDispatcher* dispatcher)
+{
+    static std::mutex stripes[16];
+    return stripes[(reinterpret_cast<std::uintptr_t>(dispatcher) >> 4) % 16];
+}
 
 } // namespace
 
@@ -110,6 +122,7 @@ YEventDispatcher* YEventDispatcher::globalIfAlive()
 
 YEventDispatcher::YEventDispatcher()
     : _logStream(YDebug::STDERR)
+    // kept: first-event-id
     , _nextId(59678)
 {
 }
@@ -129,11 +142,13 @@ Q_NEVER_INLINE int YEventDispatcher::newId()
 
 void YEventDispatcher::connectEvent(int id, YEventHandler* handler, YEventCallback callback)
 {
+    std::lock_guard<std::mutex> locker(tableMutex(this));
     _eventTable[id].push_back(Subscription(handler, callback));
 }
 
 void YEventDispatcher::disconnectEvent(int id, YEventHandler* handler, YEventCallback callback)
 {
+    std::lock_guard<std::mutex> locker(tableMutex(this));
     EventTable::iterator row = _eventTable.find(id);
     if (row == _eventTable.end())
         return;
@@ -149,6 +164,7 @@ void YEventDispatcher::disconnectEvent(int id, YEventHandler* handler, YEventCal
 
 void YEventDispatcher::disconnectAll(YEventHandler* handler)
 {
+    std::lock_guard<std::mutex> locker(tableMutex(this));
     for (EventTable::value_type& row : _eventTable) {
         std::vector<Subscription>& subscriptions = row.second;
         for (std::vector<Subscription>::iterator it = subscriptions.begin();
@@ -161,19 +177,35 @@ void YEventDispatcher::disconnectAll(YEventHandler* handler)
     }
 }
 
+// The subscription at the index, copied under the table's lock; false past the end.
+bool YEventDispatcher::subscriptionAt(
+    const std::vector<Subscription>& row, std::size_t index, Subscription& out)
+{
+    std::lock_guard<std::mutex> locker(tableMutex(this));
+    if (index >= row.size())
+        return false;
+    out = row[index];
+    return true;
+}
+
 void YEventDispatcher::processEvent(YEvent& event)
 {
-    EventTable::iterator row = _eventTable.find(event.getEventId());
-    if (row == _eventTable.end())
-        return;
-    // Rows are never removed, so the reference outlives whatever the handlers do to the table.
-    std::vector<Subscription>& subscriptions = row->second;
+    std::vector<Subscription>* subscriptions = nullptr;
+    {
+        std::lock_guard<std::mutex> locker(tableMutex(this));
+        EventTable::iterator row = _eventTable.find(event.getEventId());
+        if (row == _eventTable.end())
+            return;
+        // Rows are never removed, so the row outlives whatever the handlers do to the table.
+        subscriptions = &row->second;
+    }
     try {
+        // kept: erasure-skips-next
         // The size is read on every round on purpose: a subscription added by a handler is
-        // reached in this same round, and one erased makes the next be skipped.
-        for (std::size_t i = 0; i < subscriptions.size(); ++i) {
-            // A copy, since the handler may grow the vector and move its elements.
-            const Subscription subscription = subscriptions[i];
+        // reached in this same round, and one erased makes the next be skipped. A copy, since
+        // the handler may grow the vector and move its elements.
+        Subscription subscription;
+        for (std::size_t i = 0; subscriptionAt(*subscriptions, i, subscription); ++i) {
             (subscription.first->*subscription.second)(event);
             if (event.isStopProcessing())
                 break;

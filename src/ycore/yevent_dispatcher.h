@@ -48,9 +48,9 @@ private:
 /// Delivers events to the member functions subscribed to their ids, at once on the calling
 /// thread (processEvent) or later from a queue (addPendingEvent, processPendingEvent).
 ///
-/// Only the pending queue is locked. Connecting and disconnecting must not run while another
-/// thread delivers on the same dispatcher, and newId is meant for start-up: both are unguarded
-/// on purpose.
+/// Subscribing, unsubscribing and delivering may run on several threads at once: the table is
+/// locked for each look at it, never while a handler runs. A handler must still outlive every
+/// delivery that may reach it. newId is meant for start-up and is unguarded on purpose.
 class YOVOLIB_EXPORT YEventDispatcher
 {
 public:
@@ -83,6 +83,7 @@ protected:
     /// Keeps the id's row even when it becomes empty.
     void disconnectEvent(int id, YEventHandler* handler, YEventCallback callback);
     void disconnectAll(YEventHandler* handler);
+    bool subscriptionAt(const std::vector<Subscription>& row, std::size_t index, Subscription& out);
 
     // The global dispatcher, or null before its first use and after its destruction, so that a
     // handler that outlives it at process exit has nothing to disconnect from.

@@ -46,6 +46,7 @@ inline void storeWord(quint32* word, quint32 value)
 
 // Qt 4's unseeded QByteArray hash. Qt 5 seeds and changed its hash, and every process that
 // shares a table must put a key into the same chain, also a peer built with Qt 4.
+// kept: qt4-bucket-hash
 inline uint qt4Hash(const QByteArray& key)
 {
     const uchar* p = reinterpret_cast<const uchar*>(key.constData());
@@ -287,6 +288,7 @@ bool YMMapHash::insert(const QByteArray& key, const QByteArray& value)
         void* space = _allocator.allocate(length);
         if (!space) {
             // The misspelling is part of the message that callers match.
+            // kept: has-is-full
             _errorString = QStringLiteral("YMMapHash::insert: has is full: %1")
                                .arg(_allocator.errorString());
             return false;
@@ -404,6 +406,7 @@ bool YMMapHash::remove(const QByteArray& key)
     const quint32 next = loadLink(&bucket->next);
     const quint32 prev = bucket->prev;
     if (prev == NIL) {
+        // kept: removed-prev-link
         // Deliberately the following bucket's prev keeps pointing at the removed one.
         publishLink(&table.backbone[index], next);
     } else {

@@ -11,6 +11,7 @@ YMutex::YMutex()
     initSys();
 }
 
+// kept: mutex-copy-unlocked
 YMutex::YMutex(const YMutex&)
     : YPrintable()
     , _lockCounter(0)

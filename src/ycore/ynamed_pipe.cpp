@@ -99,6 +99,7 @@ bool YNamedPipe::write(const void* data, unsigned int size, unsigned int* writte
         _lastError = error;
         return false;
     case YNamedPipeSys::TimedOut:
+        // kept: pipe-write-timeout-error-zero
         // Deliberately what the thread's last error holds after a wait that ran out: nothing.
         _lastError = 0;
         return false;

@@ -17,6 +17,7 @@ YWriterLocker::YWriterLocker(YSemaphore* semaphore, YOneLockSemaphore* writerSem
     if (!_writerSemaphore->acquire()) {
         _hasTokens = false;
         _hasWriterSemaphore = false;
+        // kept: locker-failures-at-dbg1
         YLOG_DBG1(YDebug::STDERR) << "YWriterLocker : Error getting writer semaphore" << yflush;
         return;
     }

@@ -136,6 +136,7 @@ int YSemaphoreImpl::getCurrentCount()
     // The count can't be read without a race on the platform this was written for; the message
     // is the system's own and stays as it is.
     fprintf(stderr,
+        // kept: current-count-windows-text
         "ERROR: getCurrentCount() in YSemaphore is not implemented for windows "
         "currently!\n");
     fflush(stderr);

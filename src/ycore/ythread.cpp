@@ -20,6 +20,7 @@ QString lastErrorText()
 {
     // The system's error number is deliberately not consulted: these words are what the
     // exceptions of this class say.
+    // kept: tbd-last-error
     return QStringLiteral("TBD: call GetLastError()");
 }
 
@@ -43,6 +44,7 @@ YThreadPrivate::~YThreadPrivate()
 
 void YThreadPrivate::terminate()
 {
+    // kept: terminate-throws-on-success
     if (terminateSys())
         Y_THROW(QStringLiteral("TerminateThread() failed: %1").arg(lastErrorText()));
     _id = 0;
@@ -124,7 +126,7 @@ void YThread::start()
         Y_THROW(QStringLiteral("CreateThread() failed: %1").arg(lastErrorText()));
     YThreadEntryPrivate entry;
     entry._thread = this;
-    insertEntryUnlocked(_handle->_id, entry);
+    insertEntry(_handle->_id, entry);
 }
 
 void YThread::join()
@@ -177,11 +179,12 @@ YThread::Registry& YThread::registry()
     return *threads;
 }
 
-Q_NEVER_INLINE void YThread::insertEntryUnlocked(unsigned long id, const YThreadEntryPrivate& entry)
+void YThread::insertEntry(unsigned long id, const YThreadEntryPrivate& entry)
 {
-    // No lock, deliberately: threads are started and registered at start-up, before others log
-    // their traces. A thread that asks for its entry in its very first instructions may not find
-    // it yet.
+    // Under the registry's lock, so that threads may start while others print the traces. The
+    // entry still comes after the thread has started: one that asks for it in its very first
+    // instructions may not find it yet.
+    YMutexLocker locker(_stackTraceLock);
     registry().insert(id, entry);
 }
 
@@ -191,6 +194,7 @@ YThread::YThreadEntryPrivate& YThread::currentEntryNoLock()
     Registry& threads = registry();
     Registry::iterator it = threads.find(id);
     if (it == threads.end())
+        // kept: call-the-developers
         Y_THROW(QStringLiteral("Thread %1 was not registered. Please call the developers").arg(id));
     return it.value();
 }
@@ -210,7 +214,7 @@ void YThread::registerExternalThread(unsigned long id)
 {
     YThreadEntryPrivate entry;
     entry._thread = nullptr;
-    insertEntryUnlocked(id, entry);
+    insertEntry(id, entry);
 }
 
 // ---------------------------------------------------------------------------------------------

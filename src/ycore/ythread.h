@@ -65,8 +65,7 @@ public:
     /// The calling thread's object from the registry, null for an external thread. Throws
     /// YException for a thread that isn't registered.
     static const YThread* getCurrentThread();
-    /// Enters a thread the library didn't start, with a null object. Takes no lock: meant for
-    /// start-up, before other threads use the backtrace.
+    /// Enters a thread the library didn't start, with a null object.
     static void registerExternalThread(unsigned long id);
 
     /// Pushes onto the calling thread's event stack. Throws YException for an unregistered thread.
@@ -88,7 +87,7 @@ private:
     static YThreadEntryPrivate getCurrentThreadEntry();
     static Registry& registry();
     static YThreadEntryPrivate& currentEntryNoLock();
-    static void insertEntryUnlocked(unsigned long id, const YThreadEntryPrivate& entry);
+    static void insertEntry(unsigned long id, const YThreadEntryPrivate& entry);
 
     YThreadPrivate* _handle;
     YRunnable* _runnable;

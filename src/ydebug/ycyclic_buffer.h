@@ -23,8 +23,15 @@ public:
     YCyclicBuffer(const YCyclicBuffer&) = delete;
     YCyclicBuffer& operator=(const YCyclicBuffer&) = delete;
 
-    /// Unlocked on purpose: a hint for the writer of the cache, who rechecks under the lock.
-    bool isEmpty() const { return _queue.empty(); }
+    /// Under the lock: the queue may be growing on another thread, and reading its size then
+    /// without the lock would be a data race.
+    bool isEmpty() const
+    {
+        _lock.lock();
+        const bool empty = _queue.empty();
+        _lock.unlock();
+        return empty;
+    }
 
     /// Appends the line and drops the oldest once the capacity is exceeded.
     void insertItem(const QByteArray& item)
@@ -61,7 +68,7 @@ public:
 
 private:
     std::deque<QByteArray> _queue;
-    Lock _lock;
+    mutable Lock _lock;
     unsigned int _capacity;
 };
 

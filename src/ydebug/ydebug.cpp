@@ -9,14 +9,14 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QMutex>
-#include <QMutexLocker>
 
 #include <charconv>
 #include <cmath>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
+#include <mutex>
 
 namespace {
 
@@ -25,11 +25,23 @@ const char* const DEBUG_LEVEL_STRINGS[8] = {"SYSTEM", "ERROR", "WARNING", "NOTIC
 
 const int APPENDF_CHUNK = 256;
 
-// Guards the cache settings of all sinks; readers of the settings don't take it.
-QMutex& cacheSettingsMutex()
+// Guards the cache settings of all sinks, and the list of trigger ids also for the statements
+// that read it. A standard mutex, which the thread sanitizer understands.
+std::mutex& cacheSettingsMutex()
 {
-    static QMutex mutex;
+    static std::mutex mutex;
     return mutex;
+}
+
+// Whether the value's id is in the sink's list of trigger ids. The list is a setting that an
+// operator may replace while statements run: it is read under the settings' mutex.
+bool firesDump(const YDebug::YDebugSink* sink, int errorId)
+{
+    std::lock_guard<std::mutex> locker(cacheSettingsMutex());
+    if (sink->_errorIdListBufferTrigger.isEmpty())
+        return false;
+    // kept: unpadded-trigger-id
+    return sink->_errorIdListBufferTrigger.contains(QString::number(errorId), Qt::CaseInsensitive);
 }
 
 void appendPadded(QByteArray& out, int errorId)
@@ -74,6 +86,7 @@ std::atomic<bool> YDebug::_printProcessIdAndThreadId(false);
 const char* const YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS = "dd.MM.yyyy hh:mm:ss";
 const char* const YDebug::_TIMESTAMP_FORMAT_WITH_MILLISECONDS = "dd.MM.yyyy hh:mm:ss.zzz";
 std::atomic<const char*> YDebug::_timestampFormat(YDebug::_TIMESTAMP_FORMAT_WITHOUT_MILLISECONDS);
+std::atomic<int> YDebug::_hiddenAbove[YDebug::MAX_STREAMS] = {};
 
 // ---------------------------------------------------------------------------------------------
 // The sink
@@ -86,10 +99,10 @@ YDebug::YDebugSink::YDebugSink(FILE* file, int level, const QByteArray& prefix)
     , _rotationSize(0)
     , _cacheEnabled(false)
     , _cacheLogSize(0)
-    , _cacheBuffer(nullptr)
     , _dropping(false)
     , _secForVerbosityFive(0)
     , _savedLevel(level)
+    , _raiseTime(0)
     , _verbosityRaised(false)
     , _errorIdForBufferDrop(0)
     , _rotationSemaphore(nullptr)
@@ -110,21 +123,27 @@ YDebug::YDebugSink::~YDebugSink()
         fclose(_file);
     delete _rotationSemaphore;
     delete _rotationMutex;
-    delete _cacheBuffer;
 }
 
 void YDebug::YDebugSink::write(QByteArray& line)
 {
     if (!_file)
         return;
-    const bool rotating = isRotating() && _logFile.isOpen();
-    if (rotating) {
+    // The rotation settings may change on another thread: they are looked at again under the
+    // mutex that setRotationSize holds.
+    bool rotating = false;
+    if (isRotating()) {
         _rotationMutex->lock();
-        YDebugSys::lockShared(_logFile.handle());
+        rotating = isRotating() && _logFile.isOpen();
+        if (rotating)
+            YDebugSys::lockShared(_logFile.handle());
+        else
+            _rotationMutex->unlock();
     }
     // What fprintf(_file, "%s\r\n", line) writes, in one locked call of the stream so that lines
     // of several threads never mix, without parsing a format for every line.
     if (!line.isEmpty()) {
+        // kept: nul-cuts-line
         const int length = int(qstrlen(line.constData()));
         line.truncate(length);
         line.append("\r\n", 2);
@@ -141,10 +160,12 @@ void YDebug::YDebugSink::setRotationSize(int megabytes)
 {
     if (_fileName.isEmpty())
         return;
+    // Writers and the rotation check use the file and the semaphore under this mutex.
+    YMutexLocker locker(*_rotationMutex);
     const QString fileName = QString::fromLocal8Bit(_fileName);
-    _rotatable = !QFile(fileName).isSequential();
-    _rotationSize = int(unsigned(megabytes) << 20);
-    if (!_rotatable || _rotationSize == 0)
+    _rotatable.store(!QFile(fileName).isSequential(), std::memory_order_relaxed);
+    _rotationSize.store(int(unsigned(megabytes) << 20), std::memory_order_relaxed);
+    if (!isRotating())
         return;
     if (!_logFile.isOpen()) {
         _logFile.setFileName(fileName);
@@ -163,9 +184,9 @@ void YDebug::YDebugSink::checkRotation()
     _rotationMutex->lock();
     try {
         // Another process is rotating the same log: it will do for both of us.
-        if (!_rotationSemaphore || _rotationSemaphore->tryAcquire(1)) {
+        if (isRotating() && (!_rotationSemaphore || _rotationSemaphore->tryAcquire(1))) {
             const int size = int(quint32(_logFile.size()));
-            if (size > _rotationSize)
+            if (size > _rotationSize.load(std::memory_order_relaxed))
                 rotate();
             if (_rotationSemaphore)
                 _rotationSemaphore->release(1);
@@ -219,6 +240,7 @@ YDebug YDebug::makeStandardSinks()
 {
     _sinkList[STDOUT.id()] = createSink(stdout, WARNING, QByteArray());
     _sinkList[STDERR.id()] = createSink(stderr, WARNING, QByteArray());
+    refreshHiddenGates();
     return YDebug(STDOUT, THE_LAST_DEBUG_LEVEL_SHOULD_NOT_BE_USED);
 }
 
@@ -235,7 +257,7 @@ YDebug::YDebug(YDebugSink* sink, debug_level_t level, int errorId)
 {
 }
 
-YDebug::~YDebug()
+void YDebug::finish()
 {
     if (!_line.isEmpty())
         flush();
@@ -257,12 +279,16 @@ YDebug YDebug::create_ex(int errorId, StreamId stream, debug_level_t level)
 {
     YDebugSink* sink = getSink(stream);
     // The raised period ends here, at the first statement after it, and nowhere else.
+    // Whole seconds as QDateTime::secsTo counts them: the difference truncated toward zero.
     if (sink->_cacheEnabled.load(std::memory_order_relaxed)
         && sink->_verbosityRaised.load(std::memory_order_relaxed)
-        && sink->_raiseTime.secsTo(QDateTime::currentDateTime())
-            >= qint64(sink->_secForVerbosityFive)) {
+        && (QDateTime::currentMSecsSinceEpoch() - sink->_raiseTime.load(std::memory_order_relaxed))
+                / 1000
+            >= qint64(sink->_secForVerbosityFive.load(std::memory_order_relaxed))) {
         sink->_verbosityRaised.store(false, std::memory_order_relaxed);
-        sink->_level.store(sink->_savedLevel, std::memory_order_relaxed);
+        sink->_level.store(
+            sink->_savedLevel.load(std::memory_order_relaxed), std::memory_order_relaxed);
+        refreshHiddenGates();
     }
     if (sink->_level.load(std::memory_order_relaxed) < level)
         return _inactive;
@@ -294,18 +320,23 @@ YDebug& YDebug::writeItem(
     const char* cacheText, int cacheSize, const char* text, int size, bool newLine)
 {
     // With the cache off and no dump in progress the cache step can't do anything: skip the call.
-    if (!_sink || _sink->_cacheEnabled.load(std::memory_order_relaxed)
+    bool dumped = false;
+    if (_sink->_cacheEnabled.load(std::memory_order_relaxed)
         || _sink->_dropping.load(std::memory_order_relaxed))
-        handleCache(cacheText, cacheSize);
+        dumped = handleCache(cacheText, cacheSize);
     if (!_active)
         return *this;
     if (_sink->_cacheEnabled.load(std::memory_order_relaxed)
         && _sink->_level.load(std::memory_order_relaxed) < _level)
         return *this; // the item went to the cache only
-    if (_sink->_dropping.load(std::memory_order_relaxed))
-        return *this; // the dump has written it already
+    // The dump has written it already. On one thread this is exactly the sink's dump flag after
+    // the cache step, which sets or clears it; asked of this item alone, another thread's dump
+    // can't take the item out of this line.
+    if (dumped)
+        return *this;
     if (_newLine)
         printNewLineHeader();
+    // kept: fault-id-twice
     if (_printErrorId && _errorId != -1)
         printErrorId();
     // The text and its blank in one step.
@@ -344,69 +375,69 @@ YDebug& YDebug::writeNumber(unsigned long long value)
     return writeItem(buffer, int(end - buffer), false);
 }
 
-YDebug& YDebug::operator<<(bool value)
+YDebug& YDebug::put(bool value)
 {
     return value ? writeItem("true", 4, false) : writeItem("false", 5, false);
 }
 
-YDebug& YDebug::operator<<(char value)
+YDebug& YDebug::put(char value)
 {
     return writeItem(&value, 1, value == '\n');
 }
 
-YDebug& YDebug::operator<<(QChar value)
+YDebug& YDebug::put(QChar value)
 {
     const char bare = value.toLatin1();
     const char quoted[3] = {'\'', bare, '\''};
     return writeItem(&bare, 1, quoted, 3, value == QLatin1Char('\n'));
 }
 
-YDebug& YDebug::operator<<(short value)
+YDebug& YDebug::put(short value)
 {
     return writeNumber(static_cast<long long>(value));
 }
 
-YDebug& YDebug::operator<<(unsigned short value)
+YDebug& YDebug::put(unsigned short value)
 {
     return writeNumber(static_cast<unsigned long long>(value));
 }
 
-YDebug& YDebug::operator<<(int value)
+YDebug& YDebug::put(int value)
 {
     return writeNumber(static_cast<long long>(value));
 }
 
-YDebug& YDebug::operator<<(unsigned int value)
+YDebug& YDebug::put(unsigned int value)
 {
     return writeNumber(static_cast<unsigned long long>(value));
 }
 
-YDebug& YDebug::operator<<(long value)
+YDebug& YDebug::put(long value)
 {
     return writeNumber(static_cast<long long>(value));
 }
 
-YDebug& YDebug::operator<<(unsigned long value)
+YDebug& YDebug::put(unsigned long value)
 {
     return writeNumber(static_cast<unsigned long long>(value));
 }
 
-YDebug& YDebug::operator<<(long long value)
+YDebug& YDebug::put(long long value)
 {
     return writeNumber(value);
 }
 
-YDebug& YDebug::operator<<(unsigned long long value)
+YDebug& YDebug::put(unsigned long long value)
 {
     return writeNumber(value);
 }
 
-YDebug& YDebug::operator<<(float value)
+YDebug& YDebug::put(float value)
 {
-    return operator<<(double(value));
+    return put(double(value));
 }
 
-YDebug& YDebug::operator<<(double value)
+YDebug& YDebug::put(double value)
 {
     // The text of QString::number(value, 'g', 6), without its locale machinery on the hot path.
     if (std::isnan(value))
@@ -419,7 +450,7 @@ YDebug& YDebug::operator<<(double value)
     return writeItem(buffer, int(end - buffer), false);
 }
 
-YDebug& YDebug::operator<<(const char* value)
+YDebug& YDebug::put(const char* value)
 {
     if (!value)
         return writeItem("(null)", 6, false);
@@ -427,36 +458,41 @@ YDebug& YDebug::operator<<(const char* value)
     return writeItem(value, size, size > 0 && value[size - 1] == '\n');
 }
 
-YDebug& YDebug::operator<<(const QString& value)
+YDebug& YDebug::put(const QString& value)
 {
     return writeItem(value.toLatin1(), value.endsWith(QLatin1Char('\n')));
 }
 
-YDebug& YDebug::operator<<(QLatin1String value)
+YDebug& YDebug::put(QLatin1String value)
 {
     const int size = value.size();
     const char* data = value.data() ? value.data() : "";
     return writeItem(data, size, size > 0 && data[size - 1] == '\n');
 }
 
-YDebug& YDebug::operator<<(const QByteArray& value)
+YDebug& YDebug::put(const QByteArray& value)
 {
     return writeItem(value, false);
 }
 
 YDebug& YDebug::operator<<(const YPrintable& value)
 {
+    // kept: printable-twice -- the caller's toString runs twice, for the cache and for the
+    // line, also where the statement is hidden and neither is used.
     const QByteArray forCache = value.toString().toLatin1();
     const QByteArray forLine = value.toString().toLatin1();
+    if (!_sink)
+        return *this;
     return writeItem(
         forCache.constData(), forCache.size(), forLine.constData(), forLine.size(), false);
 }
 
-YDebug& YDebug::operator<<(const void* value)
+YDebug& YDebug::put(const void* value)
 {
     const quintptr address = reinterpret_cast<quintptr>(value);
     const QByteArray forCache = _hexMode ? "0x" + QByteArray::number(qulonglong(address), 16)
                                          : QByteArray::number(qulonglong(address));
+    // kept: pointer-low-byte
     const char lowByte = char(address & 0xff);
     return writeItem(forCache.constData(), forCache.size(), &lowByte, 1, false);
 }
@@ -503,27 +539,29 @@ YDebug& YDebug::nospace()
     return *this;
 }
 
-void YDebug::flush()
+void YDebug::flushToSink()
 {
-    if (_sink && _sink->_cacheBuffer && _sink->_level.load(std::memory_order_relaxed) < _level) {
-        static YMutex cacheInsertMutex;
-        YMutexLocker locker(cacheInsertMutex);
-        _sink->_cacheBuffer->insertItem(_cacheLine);
-        _cacheLine.clear();
-        _firstInCacheLine = true;
+    if (_sink->_level.load(std::memory_order_relaxed) < _level) {
+        // The statement's own reference: the cache may be switched off meanwhile, and the buffer
+        // then lives until this insertion is done.
+        const std::shared_ptr<YDebugSink::CacheBuffer> buffer = _sink->cacheBuffer();
+        if (buffer) {
+            static YMutex cacheInsertMutex;
+            YMutexLocker locker(cacheInsertMutex);
+            buffer->insertItem(_cacheLine);
+            // The buffer shares the text, and another thread's dump may take it out: let go
+            // through the inline release, where the race detector sees the count's order,
+            // rather than through the toolkit's out-of-line clear().
+            _cacheLine = QByteArray();
+            _firstInCacheLine = true;
+        }
     }
-    if (_active && _sink) {
+    if (_active) {
         _sink->write(_line);
         _line.resize(0); // keeps the reserved buffer
         _sink->checkRotation();
         _printErrorId = true;
     }
-}
-
-YDebug& yflush(YDebug& value)
-{
-    value.flush();
-    return value;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -656,6 +694,7 @@ void YDebug::printErrorId()
 
 void YDebug::appendCacheHeader()
 {
+    // kept: cached-line-blanks
     appendLineHeader(_cacheLine);
     _cacheLine.append(' ');
     if (_errorId != -1) {
@@ -669,36 +708,38 @@ void YDebug::doHandleCircularBuffer(const QByteArray& item)
     handleCache(item.constData(), item.size());
 }
 
-void YDebug::handleCache(const char* item, int size)
+bool YDebug::handleCache(const char* item, int size)
 {
     YDebugSink* sink = _sink;
     if (!sink)
-        return;
+        return false;
     const bool cacheEnabled = sink->_cacheEnabled.load(std::memory_order_relaxed);
-    if (cacheEnabled && sink->_cacheBuffer && !sink->_cacheBuffer->isEmpty()
-        && sink->_errorIdListBufferTrigger.contains(
-            QString::number(_errorId), Qt::CaseInsensitive)) {
-        dumpCache(item, size);
-        return;
+    const std::shared_ptr<YDebugSink::CacheBuffer> buffer
+        = cacheEnabled ? sink->cacheBuffer() : std::shared_ptr<YDebugSink::CacheBuffer>();
+    if (buffer && !buffer->isEmpty() && firesDump(sink, _errorId)) {
+        dumpCache(*buffer, item, size);
+        return true;
     }
-    if (sink->_dropping.load(std::memory_order_relaxed))
-        sink->_dropping.store(false, std::memory_order_relaxed);
-    if (size == 0 || !sink->_cacheBuffer || sink->_verbosityRaised.load(std::memory_order_relaxed)
+    if (sink->_dropping.load(std::memory_order_relaxed)
+        && sink->_dropping.exchange(false, std::memory_order_relaxed))
+        refreshHiddenGates();
+    if (size == 0 || !buffer || sink->_verbosityRaised.load(std::memory_order_relaxed)
         || !(sink->_level.load(std::memory_order_relaxed) < _level) || !cacheEnabled)
-        return;
+        return false;
     if (!_firstInCacheLine) {
         _cacheLine.append(item, size);
         _cacheLine.append(' ');
-        return;
+        return false;
     }
     appendCacheHeader();
     _cacheLine.append(' ');
     _cacheLine.append(item, size);
     _cacheLine.append(' ');
     _firstInCacheLine = false;
+    return false;
 }
 
-void YDebug::dumpCache(const char* item, int size)
+void YDebug::dumpCache(YCyclicBuffer<YMutex>& buffer, const char* item, int size)
 {
     YDebugSink* sink = _sink;
     _newLine = true;
@@ -709,8 +750,8 @@ void YDebug::dumpCache(const char* item, int size)
     printNewLineHeader();
     _line.append("Dropping the contents of the in memory cache logger");
     _line.append('\n');
-    while (!sink->_cacheBuffer->isEmpty()) {
-        const QByteArray cached = sink->_cacheBuffer->extractItem();
+    while (!buffer.isEmpty()) {
+        const QByteArray cached = buffer.extractItem();
         _line.append(cached);
         _line.append('\n');
         if (cached.endsWith('\n'))
@@ -725,10 +766,12 @@ void YDebug::dumpCache(const char* item, int size)
     if (size > 0 && item[size - 1] == '\n')
         _newLine = true;
     sink->_dropping.store(true, std::memory_order_relaxed);
-    sink->_savedLevel = sink->_level.load(std::memory_order_relaxed);
+    sink->_savedLevel.store(
+        sink->_level.load(std::memory_order_relaxed), std::memory_order_relaxed);
     sink->_level.store(DBG3, std::memory_order_relaxed);
+    sink->_raiseTime.store(QDateTime::currentMSecsSinceEpoch(), std::memory_order_relaxed);
     sink->_verbosityRaised.store(true, std::memory_order_relaxed);
-    sink->_raiseTime = QDateTime::currentDateTime();
+    refreshHiddenGates();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -739,6 +782,7 @@ YDebug::YDebugSink* YDebug::getSink(StreamId stream)
     const int id = stream.id();
     // Kept in its historical form, a conjunction that can't hold: the range check below is what
     // keeps a bad id from reading outside the table.
+    // kept: stream-id-guard
     if (id < 0 && id >= _nextSink) {
         fprintf(stderr, "YDebug Error: invalid StreamId: %d (total %d)\n", id, _nextSink);
         abort();
@@ -770,6 +814,7 @@ YDebug::StreamId YDebug::registerStream(const QByteArray& prefix, const char* fi
     static YMutex registerMutex;
     YMutexLocker locker(registerMutex);
     int slot = -1;
+    // kept: highest-free-slot
     // No early exit: the highest free slot wins.
     for (int i = 2; i < _nextSink; ++i) {
         if (_sinkList[i] && _sinkList[i]->_free)
@@ -781,11 +826,13 @@ YDebug::StreamId YDebug::registerStream(const QByteArray& prefix, const char* fi
                 QStringLiteral("Maximum number of YDebug streams (%1) exceeded").arg(MAX_STREAMS));
         slot = _nextSink++;
     }
+    // kept: unopenable-log-costs-slot
     YDebugSink* sink = createSink(fileName, ERROR, prefix);
     if (!sink)
         return STDERR;
     delete _sinkList[slot];
     _sinkList[slot] = sink;
+    refreshHiddenGates();
     return StreamId(slot);
 }
 
@@ -796,11 +843,14 @@ void YDebug::unregisterStream(StreamId stream)
         return;
     delete _sinkList[id];
     _sinkList[id] = new YDebugSink;
+    refreshHiddenGates();
 }
 
 void YDebug::setDebugLevel(StreamId stream, int level)
 {
+    // kept: bad-level-is-zero
     getSink(stream)->_level.store(level >= 0 && level <= 5 ? level : 0, std::memory_order_relaxed);
+    refreshHiddenGates();
 }
 
 YDebug::debug_level_t YDebug::getDebugLevel(StreamId stream)
@@ -810,6 +860,7 @@ YDebug::debug_level_t YDebug::getDebugLevel(StreamId stream)
 
 void YDebug::setRotationSize(StreamId stream, int megabytes)
 {
+    // kept: rotation-unguarded-on-bad-name
     try {
         getSink(stream)->setRotationSize(megabytes);
     } catch (const YException& e) {
@@ -835,17 +886,21 @@ bool YDebug::getPrintProcessIdAndThreadId()
 
 void YDebug::setCacheLogifEnabledValue(StreamId stream, bool enabled)
 {
-    QMutexLocker locker(&cacheSettingsMutex());
+    std::lock_guard<std::mutex> locker(cacheSettingsMutex());
     YDebugSink* sink = getSink(stream);
     sink->_cacheEnabled.store(enabled);
     if (enabled) {
-        if (!sink->_cacheBuffer)
-            sink->_cacheBuffer = new YCyclicBuffer<YMutex>(
-                sink->_cacheLogSize > 0 ? unsigned(sink->_cacheLogSize) : 0);
+        // kept: cache-size-fixed-when-on
+        if (!sink->cacheBuffer()) {
+            const long lines = sink->_cacheLogSize.load(std::memory_order_relaxed);
+            std::atomic_store(&sink->_cacheBuffer,
+                std::make_shared<YDebugSink::CacheBuffer>(lines > 0 ? unsigned(lines) : 0));
+        }
     } else {
-        delete sink->_cacheBuffer;
-        sink->_cacheBuffer = nullptr;
+        // Statements that hold the buffer keep it alive; the last of them frees it.
+        std::atomic_store(&sink->_cacheBuffer, std::shared_ptr<YDebugSink::CacheBuffer>());
     }
+    refreshHiddenGates();
 }
 
 bool YDebug::getCacheLogifEnabledValue(StreamId stream)
@@ -856,8 +911,8 @@ bool YDebug::getCacheLogifEnabledValue(StreamId stream)
 void YDebug::setCacheLogSize(StreamId stream, long lines)
 {
     try {
-        QMutexLocker locker(&cacheSettingsMutex());
-        getSink(stream)->_cacheLogSize = lines;
+        std::lock_guard<std::mutex> locker(cacheSettingsMutex());
+        getSink(stream)->_cacheLogSize.store(lines, std::memory_order_relaxed);
     } catch (const YException& e) {
         fprintf(stderr, "%s\n", e.what());
     }
@@ -865,14 +920,14 @@ void YDebug::setCacheLogSize(StreamId stream, long lines)
 
 long YDebug::getCacheLogSize(StreamId stream)
 {
-    return getSink(stream)->_cacheLogSize;
+    return getSink(stream)->_cacheLogSize.load(std::memory_order_relaxed);
 }
 
 void YDebug::setSecForVerbosityFive(StreamId stream, unsigned int seconds)
 {
     try {
-        QMutexLocker locker(&cacheSettingsMutex());
-        getSink(stream)->_secForVerbosityFive = seconds;
+        std::lock_guard<std::mutex> locker(cacheSettingsMutex());
+        getSink(stream)->_secForVerbosityFive.store(seconds, std::memory_order_relaxed);
     } catch (const YException& e) {
         fprintf(stderr, "%s\n", e.what());
     }
@@ -880,28 +935,51 @@ void YDebug::setSecForVerbosityFive(StreamId stream, unsigned int seconds)
 
 unsigned int YDebug::getSecForVerbosityFive(StreamId stream)
 {
-    return getSink(stream)->_secForVerbosityFive;
+    return getSink(stream)->_secForVerbosityFive.load(std::memory_order_relaxed);
 }
 
 void YDebug::setErrorIdListBufferTrigger(StreamId stream, QString list)
 {
-    QMutexLocker locker(&cacheSettingsMutex());
+    std::lock_guard<std::mutex> locker(cacheSettingsMutex());
     getSink(stream)->_errorIdListBufferTrigger
         = list.split(QLatin1Char(','), Qt::SkipEmptyParts, Qt::CaseSensitive);
 }
 
 QStringList YDebug::getErrorIdListBufferTrigger(StreamId stream)
 {
+    std::lock_guard<std::mutex> locker(cacheSettingsMutex());
     return getSink(stream)->_errorIdListBufferTrigger;
 }
 
 void YDebug::setErrorIdForBufferDrop(StreamId stream, int errorId)
 {
-    QMutexLocker locker(&cacheSettingsMutex());
-    getSink(stream)->_errorIdForBufferDrop = unsigned(errorId);
+    std::lock_guard<std::mutex> locker(cacheSettingsMutex());
+    getSink(stream)->_errorIdForBufferDrop.store(unsigned(errorId), std::memory_order_relaxed);
 }
 
 unsigned int YDebug::getErrorIdForBufferDrop(StreamId stream)
 {
-    return getSink(stream)->_errorIdForBufferDrop;
+    return getSink(stream)->_errorIdForBufferDrop.load(std::memory_order_relaxed);
+}
+
+void YDebug::refreshHiddenGates()
+{
+    // One writer at a time, each reading the sinks afresh: a late refresh can't bring back a
+    // gate that an earlier change had lifted.
+    static std::mutex gatesMutex;
+    std::lock_guard<std::mutex> locker(gatesMutex);
+    // A copy of the inactive value writes into the standard output's cache while that cache is
+    // on, and clears its dump flag: then no statement is inert.
+    const YDebugSink* standardOut = _sinkList[STDOUT.id()];
+    // kept: inactive-feeds-stdout-cache
+    const bool inactiveWorks = !standardOut
+        || standardOut->_cacheEnabled.load(std::memory_order_relaxed)
+        || standardOut->_dropping.load(std::memory_order_relaxed);
+    for (int id = 0; id < MAX_STREAMS; ++id) {
+        const YDebugSink* sink = _sinkList[id] ? _sinkList[id] : _sinkList[STDERR.id()];
+        int gate = std::numeric_limits<int>::max();
+        if (sink && !inactiveWorks && !sink->_cacheEnabled.load(std::memory_order_relaxed))
+            gate = sink->_level.load(std::memory_order_relaxed);
+        _hiddenAbove[id].store(gate, std::memory_order_relaxed);
+    }
 }

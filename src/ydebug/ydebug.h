@@ -12,7 +12,9 @@
 #include <atomic>
 #include <cstdio>
 
+class YMutex;
 class YPrintable;
+template<class Lock> class YCyclicBuffer;
 
 /// One log statement: collects the text of a line in memory and writes it to its stream in one
 /// call at the flush. Values are short-lived and belong to one thread; the streams (sinks) are a
@@ -74,33 +76,54 @@ public:
     static YDebug yDebug3(StreamId stream) { return create(stream, DBG3); }
     static YDebug& inactive();
 
+    /// True when a statement at this level on this stream can have no effect: the stream would
+    /// hide it and keeps no cache, and the inactive value has nothing to do either. One relaxed
+    /// load: the statement macros test it before anything else.
+    static bool isHidden(StreamId stream, int level)
+    {
+        const int id = stream.id();
+        return level > _hiddenAbove[unsigned(id) < unsigned(MAX_STREAMS) ? id : 1].load(
+                   std::memory_order_relaxed);
+    }
+    /// The value of a statement that isHidden: no stream, nothing to write, made and dropped
+    /// inline.
+    static YDebug hiddenValue() { return YDebug(HiddenTag()); }
+
     YDebug(const YDebug& other) = default;
     YDebug& operator=(const YDebug& other) = default;
     /// Flushes only when printed text is pending; cached text needs an explicit flush.
-    ~YDebug();
+    ~YDebug()
+    {
+        if (_sink)
+            finish();
+    }
 
-    // Writing.
-    YDebug& operator<<(bool value);
-    YDebug& operator<<(char value);
-    YDebug& operator<<(QChar value);
-    YDebug& operator<<(short value);
-    YDebug& operator<<(unsigned short value);
-    YDebug& operator<<(int value);
-    YDebug& operator<<(unsigned int value);
-    YDebug& operator<<(long value);
-    YDebug& operator<<(unsigned long value);
-    YDebug& operator<<(long long value);
-    YDebug& operator<<(unsigned long long value);
-    YDebug& operator<<(float value);
-    YDebug& operator<<(double value);
-    YDebug& operator<<(const char* value);
-    YDebug& operator<<(const QString& value);
-    YDebug& operator<<(QLatin1String value);
-    YDebug& operator<<(const QByteArray& value);
+    // Writing. Each item first asks whether the value is a hidden one, inline, so that a hidden
+    // statement's items cost a test and nothing else; the rest is out of line. Converting these
+    // items has no effect but the text, so a hidden statement may leave it out.
+    YDebug& operator<<(bool value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(char value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(QChar value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(short value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(unsigned short value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(int value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(unsigned int value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(long value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(unsigned long value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(long long value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(unsigned long long value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(float value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(double value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(const char* value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(const QString& value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(QLatin1String value) { return _sink ? put(value) : *this; }
+    YDebug& operator<<(const QByteArray& value) { return _sink ? put(value) : *this; }
+    /// Converts the item twice, once for the cache and once for the line, even in a hidden
+    /// statement: a statement's items are evaluated whatever the level.
     YDebug& operator<<(const YPrintable& value);
     /// Deliberately, the printed line gets a single byte here, the pointer's low byte; only the
     /// cache gets the pointer as a number.
-    YDebug& operator<<(const void* value);
+    YDebug& operator<<(const void* value) { return _sink ? put(value) : *this; }
     YDebug& operator<<(YDebug& (*manipulator)(YDebug&)) { return manipulator(*this); }
 
     /// The value itself, so that a temporary can be used as a reference.
@@ -110,7 +133,11 @@ public:
     YDebug& space();
     YDebug& nospace();
     void setHexMode(bool hexMode) { _hexMode = hexMode; }
-    void flush();
+    void flush()
+    {
+        if (_sink)
+            flushToSink();
+    }
 
     // Streams and settings.
     /// Opens a log file in append mode. A file that can't be opened gives STDERR, silently;
@@ -157,12 +184,51 @@ protected:
     static YDebugSink* createSink(FILE* stream, debug_level_t level, QByteArray prefix);
 
 private:
+    struct HiddenTag
+    {
+    };
+    explicit YDebug(HiddenTag)
+        : _sink(nullptr)
+        , _level(THE_LAST_DEBUG_LEVEL_SHOULD_NOT_BE_USED)
+        , _newLine(true)
+        , _space(true)
+        , _active(false)
+        , _hexMode(false)
+        , _firstInCacheLine(false)
+        , _errorId(0)
+        , _printErrorId(false)
+    {
+    }
     // The constructor behind _inactive: active only when the level would print on the sink.
     YDebug(StreamId stream, debug_level_t level);
     // A live value on a sink.
     YDebug(YDebugSink* sink, debug_level_t level, int errorId);
 
     static YDebug makeStandardSinks();
+    // Recomputes _hiddenAbove from the sinks; run after anything that changes a sink's level,
+    // its cache switch or the standard output's dump state.
+    static void refreshHiddenGates();
+    void finish();
+    void flushToSink();
+    YDebug& put(bool value);
+    YDebug& put(char value);
+    YDebug& put(QChar value);
+    YDebug& put(short value);
+    YDebug& put(unsigned short value);
+    YDebug& put(int value);
+    YDebug& put(unsigned int value);
+    YDebug& put(long value);
+    YDebug& put(unsigned long value);
+    YDebug& put(long long value);
+    YDebug& put(unsigned long long value);
+    YDebug& put(float value);
+    YDebug& put(double value);
+    YDebug& put(const char* value);
+    YDebug& put(const QString& value);
+    YDebug& put(QLatin1String value);
+    YDebug& put(const QByteArray& value);
+    YDebug& put(const void* value);
+
     static int formatTimestamp(char* out);
     YDebug& writeItem(
         const char* cacheText, int cacheSize, const char* text, int size, bool newLine);
@@ -174,11 +240,12 @@ private:
     {
         return writeItem(text.constData(), text.size(), newLine);
     }
-    void handleCache(const char* item, int size);
+    // True when the item fired a dump, which then holds the item.
+    bool handleCache(const char* item, int size);
     YDebug& writeNumber(long long value);
     YDebug& writeNumber(unsigned long long value);
     void appendCacheHeader();
-    void dumpCache(const char* item, int size);
+    void dumpCache(YCyclicBuffer<YMutex>& buffer, const char* item, int size);
     void appendLineHeader(QByteArray& out) const;
 
     YDebugSink* _sink;
@@ -196,6 +263,9 @@ private:
     static YDebugSink* _sinkList[MAX_STREAMS];
     static int _nextSink;
     static YDebug _inactive;
+    // Per stream id: statements above this level are hidden and inert (isHidden); the largest
+    // int when every statement on the stream must take the full path.
+    static std::atomic<int> _hiddenAbove[MAX_STREAMS];
     // Settings of all streams, read by every statement on any thread.
     static std::atomic<bool> _printProcessIdAndThreadId;
     static std::atomic<const char*> _timestampFormat;
@@ -209,19 +279,27 @@ private:
 
 typedef YDebug::debug_level_t debug_level_t;
 
-/// Ends a statement: writes the line and flushes the stream.
-YOVOLIB_EXPORT YDebug& yflush(YDebug& value);
+/// Ends a statement: writes the line and flushes the stream. Inline, so that ending a hidden
+/// statement is the value's own test.
+inline YDebug& yflush(YDebug& value)
+{
+    value.flush();
+    return value;
+}
 
-/// The one form of a log statement. A hidden statement costs a level comparison, a copy of the
-/// inactive value and the conversion of its items.
+/// The one form of a log statement. A statement that can have no effect costs one relaxed load
+/// and a branch, and its items a test each; any other hidden statement goes the full way.
 #define YLOG(stream, level)                                                                        \
-    ((YDebug::getDebugLevel(stream) < (level)) ? YDebug::doHandleCacheEnabled((stream), (level))   \
-                                               : YDebug::create((stream), (level)))                \
+    (YDebug::isHidden((stream), (level)) ? YDebug::hiddenValue()                                   \
+            : (YDebug::getDebugLevel(stream) < (level))                                            \
+            ? YDebug::doHandleCacheEnabled((stream), (level))                                      \
+            : YDebug::create((stream), (level)))                                                   \
         .appendf()
 
 /// A statement with an error id, which prints in front of the items and can fire a cache dump.
 #define YLOG_EX(errorId, stream, level)                                                            \
-    ((YDebug::getDebugLevel(stream) < (level))                                                     \
+    (YDebug::isHidden((stream), (level)) ? YDebug::hiddenValue()                                   \
+            : (YDebug::getDebugLevel(stream) < (level))                                            \
             ? YDebug::doHandleCacheEnabled_ex((errorId), (stream), (level))                        \
             : YDebug::create_ex((errorId), (stream), (level)))                                     \
         .appendf()

@@ -13,12 +13,15 @@
 
 #include <atomic>
 #include <cstdio>
+#include <memory>
 
 class YSemaphore;
 
 class YDebug::YDebugSink
 {
 public:
+    typedef YCyclicBuffer<YMutex> CacheBuffer;
+
     YDebugSink(FILE* file, int level, const QByteArray& prefix);
     /// A blank sink for a freed slot: no stream, `_free` set.
     YDebugSink();
@@ -32,25 +35,34 @@ public:
     void setRotationSize(int megabytes);
     /// Rotates when the file has grown past the limit; run after every flush.
     void checkRotation();
-    bool isRotating() const { return _rotatable && _rotationSize != 0; }
+    bool isRotating() const
+    {
+        return _rotatable.load(std::memory_order_relaxed)
+            && _rotationSize.load(std::memory_order_relaxed) != 0;
+    }
+    /// The cache as it is now. A statement holds its own reference for as long as it uses the
+    /// buffer, so switching the cache off on another thread never frees it under the statement.
+    std::shared_ptr<CacheBuffer> cacheBuffer() const { return std::atomic_load(&_cacheBuffer); }
 
-    // Level and the cache's flags are read by every statement on any thread without a lock;
-    // relaxed atomics give exactly that, without a data race.
+    // Every field that a statement reads while an operator may change it at run time is atomic
+    // (relaxed: each is a setting on its own, read without a lock), or is read under the lock
+    // named beside it. The list of trigger ids is read under the cache settings' mutex, the
+    // rotation's file and semaphore under _rotationMutex.
     std::atomic<int> _level;
     FILE* _file;
     QByteArray _prefix;
     QByteArray _fileName;
-    bool _rotatable;
-    int _rotationSize;
+    std::atomic<bool> _rotatable;
+    std::atomic<int> _rotationSize;
     std::atomic<bool> _cacheEnabled;
-    long _cacheLogSize;
-    YCyclicBuffer<YMutex>* _cacheBuffer;
+    std::atomic<long> _cacheLogSize;
+    std::shared_ptr<CacheBuffer> _cacheBuffer; // only through std::atomic_load / atomic_store
     std::atomic<bool> _dropping;
-    unsigned int _secForVerbosityFive;
-    int _savedLevel;
-    QDateTime _raiseTime;
+    std::atomic<unsigned int> _secForVerbosityFive;
+    std::atomic<int> _savedLevel;
+    std::atomic<qint64> _raiseTime; // milliseconds since the epoch
     std::atomic<bool> _verbosityRaised;
-    unsigned int _errorIdForBufferDrop;
+    std::atomic<unsigned int> _errorIdForBufferDrop;
     QStringList _errorIdListBufferTrigger;
     QFile _logFile;
     YSemaphore* _rotationSemaphore;

@@ -82,6 +82,7 @@ double YMovingWindow::average(long buckets)
 {
     if (buckets == -1)
         buckets = _size;
+    // kept: average-of-whole-window
     return total(-1) / static_cast<double>(buckets);
 }
 

@@ -7,6 +7,8 @@
 
 #include <QByteArray>
 
+#include <random>
+
 namespace {
 
 // HMAC-SHA256 as the RFC defines it, from an independent implementation, as lower-case text.
@@ -133,4 +135,94 @@ TEST(YHMacProvider, WorksThroughTheAbstractInterface)
     provider.appendBlock("abc");
     EXPECT_EQ(QByteArray("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"),
         provider.completedHash());
+}
+
+namespace {
+
+// Derived, so the keyed hash runs its general steps through the virtual operations: the
+// reference for what the plain type does from its cached pads.
+class SteppedSha256 : public YSHA256
+{
+public:
+    void appendBlock(const QByteArray& data) override
+    {
+        ++appended;
+        YSHA256::appendBlock(data);
+    }
+    int appended = 0;
+};
+
+QByteArray randomBytes(std::mt19937& random, int size)
+{
+    std::uniform_int_distribution<int> byte(0, 255);
+    QByteArray data(size, Qt::Uninitialized);
+    for (char& c : data)
+        c = char(byte(random));
+    return data;
+}
+
+} // namespace
+
+TEST(YHMacProvider, RepeatedAndAlternatingKeysMatchReferenceEveryTime)
+{
+    std::mt19937 random(17);
+    std::uniform_int_distribution<int> lengths(0, 300);
+    const QByteArray keys[] = {"Jefe", randomBytes(random, 64), randomBytes(random, 65),
+        randomBytes(random, 1), QByteArray()};
+    YSHA256 sha;
+    for (int round = 0; round < 200; ++round) {
+        const QByteArray& key = keys[(round / 3) % 5];
+        const QByteArray message = randomBytes(random, lengths(random));
+        sha.init();
+        const QByteArray expected = key.size() > 64 ? referenceHmac(message, YSHA256::hash(key))
+                                                    : referenceHmac(message, key);
+        ASSERT_EQ(expected, sha.hmac(message, key)) << round;
+    }
+}
+
+TEST(YHMacProvider, KeyChangedInPlaceIsNotServedFromTheFormerPads)
+{
+    YSHA256 sha;
+    QByteArray key("secret-key");
+    const QByteArray first = sha.hmac("message", key);
+    key[0] = 'S';
+    sha.init();
+    EXPECT_EQ(referenceHmac("message", key), sha.hmac("message", key));
+    EXPECT_NE(first, referenceHmac("message", key));
+    // Keys that differ only by trailing zero bytes share a key block, and so a result.
+    sha.init();
+    EXPECT_EQ(referenceHmac("message", "ab"), sha.hmac("message", QByteArray("ab\0\0", 4)));
+}
+
+TEST(YHMacProvider, DerivedProviderStillRunsItsOwnSteps)
+{
+    SteppedSha256 sha;
+    EXPECT_EQ(referenceHmac("Hi There", bytes(20, 0x0b)), sha.hmac("Hi There", bytes(20, 0x0b)));
+    EXPECT_EQ(4, sha.appended);
+}
+
+// Whatever the path, the provider is left exactly as the general steps leave it: finished on
+// the outer digest and not restarted, so a later completedHash pads on top of it.
+TEST(YHMacProvider, CachedPadsLeaveTheSameStateAsTheGeneralSteps)
+{
+    std::mt19937 random(5);
+    for (int keySize : {0, 20, 64, 65, 200}) {
+        const QByteArray key = randomBytes(random, keySize);
+        for (int messageSize : {0, 31, 55, 56, 64, 100}) {
+            const QByteArray message = randomBytes(random, messageSize);
+            YSHA256 cached;
+            SteppedSha256 stepped;
+            for (int i = 0; i < 3; ++i) {
+                ASSERT_EQ(stepped.hmac(message, key), cached.hmac(message, key))
+                    << keySize << " " << messageSize << " " << i;
+                cached.appendBlock("tail");
+                stepped.appendBlock("tail");
+                ASSERT_EQ(stepped.completedHash(), cached.completedHash());
+                if (i == 1) {
+                    cached.init();
+                    stepped.init();
+                }
+            }
+        }
+    }
 }

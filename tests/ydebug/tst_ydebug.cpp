@@ -671,3 +671,88 @@ TEST(YDebug, FloatingPointTextsMatchQtShortestG6)
         EXPECT_EQ("[<TS> ERROR] " + QString::number(v, 'g', 6).toLatin1() + " \r\n", log.masked());
     }
 }
+
+// The inline test that lets a statement with no possible effect skip everything else.
+TEST(YDebugHidden, FollowsTheStreamsLevel)
+{
+    LogFile log;
+    YDebug::setDebugLevel(log.stream, 2);
+    EXPECT_FALSE(YDebug::isHidden(log.stream, YDebug::SYSTEM));
+    EXPECT_FALSE(YDebug::isHidden(log.stream, YDebug::NOTICE));
+    EXPECT_TRUE(YDebug::isHidden(log.stream, YDebug::DBG1));
+    YDebug::setDebugLevel(log.stream, 5);
+    EXPECT_FALSE(YDebug::isHidden(log.stream, YDebug::DBG3));
+    YLOG_DBG3(log.stream) << "now" << yflush;
+    EXPECT_EQ("[DB <TS> DBG3] now \r\n", log.masked());
+}
+
+TEST(YDebugHidden, NothingIsHiddenOnAStreamThatKeepsACache)
+{
+    LogFile log;
+    EXPECT_TRUE(YDebug::isHidden(log.stream, YDebug::DBG3));
+    YDebug::setCacheLogifEnabledValue(log.stream, true);
+    EXPECT_FALSE(YDebug::isHidden(log.stream, YDebug::DBG3));
+    YDebug::setCacheLogifEnabledValue(log.stream, false);
+    EXPECT_TRUE(YDebug::isHidden(log.stream, YDebug::DBG3));
+}
+
+// Ids outside the table and free slots are the standard error stream, as getSink has them.
+TEST(YDebugHidden, UnknownIdsFollowTheStandardErrorStream)
+{
+    const int saved = YDebug::getDebugLevel(YDebug::STDERR);
+    YDebug::setDebugLevel(YDebug::STDERR, 3);
+    EXPECT_FALSE(YDebug::isHidden(YDebug::StreamId(YDebug::MAX_STREAMS + 3), YDebug::DBG1));
+    EXPECT_TRUE(YDebug::isHidden(YDebug::StreamId(YDebug::MAX_STREAMS + 3), YDebug::DBG2));
+    EXPECT_TRUE(YDebug::isHidden(YDebug::StreamId(-4), YDebug::DBG2));
+    EXPECT_TRUE(YDebug::isHidden(YDebug::StreamId(YDebug::MAX_STREAMS - 1), YDebug::DBG2));
+    YDebug::setDebugLevel(YDebug::STDERR, 0);
+    EXPECT_TRUE(YDebug::isHidden(YDebug::StreamId(YDebug::MAX_STREAMS - 1), YDebug::WARNING));
+    YDebug::setDebugLevel(YDebug::STDERR, saved);
+}
+
+TEST(YDebugHidden, HiddenValueWritesNothingAndTakesEveryItem)
+{
+    LogFile log;
+    TwiceCounted printable;
+    const QString text = QStringLiteral("text");
+    YDebug value = YDebug::hiddenValue();
+    value << 1 << "two" << text << QByteArray("b") << 2.5 << 'c' << QChar('q') << true
+          << static_cast<const void*>(&value) << printable << yflush;
+    value.space();
+    value.flush();
+    EXPECT_EQ("", log.text());
+    EXPECT_EQ(2, printable.calls);
+}
+
+// A copy of the inactive value lives on the standard output's stream: while that stream keeps a
+// cache, the items of hidden statements on any other stream go into it, without a header.
+TEST(YDebugHidden, StandardOutputsCacheTakesTheItemsOfHiddenStatementsElsewhere)
+{
+    LogFile log;
+    YDebug::setErrorIdListBufferTrigger(YDebug::STDOUT, QStringLiteral("7"));
+    YDebug::setCacheLogifEnabledValue(YDebug::STDOUT, true);
+    EXPECT_FALSE(YDebug::isHidden(log.stream, YDebug::DBG3));
+    YLOG_DBG3(log.stream) << "hidden" << 3 << yflush;
+
+    TempDir dir;
+    const QString captured = dir.file(QStringLiteral("stdout.txt"));
+    fflush(stdout);
+    const int saved = dup(STDOUT_FILENO);
+    FILE* file = fopen(captured.toLocal8Bit().constData(), "wb");
+    ASSERT_TRUE(file);
+    dup2(fileno(file), STDOUT_FILENO);
+    YLOG_EX(7, YDebug::STDOUT, YDebug::ERROR) << "boom" << yflush;
+    fflush(stdout);
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    fclose(file);
+    YDebug::setCacheLogifEnabledValue(YDebug::STDOUT, false);
+    YDebug::setDebugLevel(YDebug::STDOUT, YDebug::WARNING);
+
+    EXPECT_EQ("[<TS> ERROR] ************************ERROR/PROBLEM!!!!***************************\n"
+              "[<TS> ERROR] Dropping the contents of the in memory cache logger\n"
+              "hidden 3 \n"
+              "[<TS> ERROR] Fault 00007: boom\r\n",
+        maskTimestamps(readFile(captured)));
+    EXPECT_EQ("", log.text());
+}
