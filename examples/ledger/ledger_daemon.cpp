@@ -353,7 +353,7 @@ YMessage* LedgerDaemon::handle(const YMessage& request)
             QStringLiteral("not stored: ") + QString::fromLocal8Bit(e.what()));
     }
     YLOG_DBG1(_log) << (inserted ? "stored" : "duplicate") << client << request.getIntData()
-                    << yflush;
+                    << payload << yflush;
     std::lock_guard<std::mutex> lock(_countersLock);
     ++(inserted ? _stored : _duplicates);
     return answer(QStringLiteral(LEDGER_ACK), request.getIntData(),

@@ -2,7 +2,8 @@
 // count, each until it is acknowledged, and writes every acknowledged number to the ack file the
 // moment the acknowledgement arrives. A message that gets no acknowledgement (the daemon died or
 // isn't up yet) is sent again.
-//   ledger_load_client PORT CLIENT COUNT ACKFILE
+//   ledger_load_client PORT CLIENT COUNT ACKFILE [PADDING]
+// The payload is "payload <seq> of <client>", then a blank and PADDING times "x".
 // Prints "acked N retries R" and exits 0 when every message was acknowledged.
 #include "../../examples/ledger/ledger_common.h"
 
@@ -21,13 +22,14 @@ int main(int argc, char** argv)
     QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false"));
     YDebug::setDebugLevel(YDebug::STDOUT, YDebug::ERROR);
     YDebug::setDebugLevel(YDebug::STDERR, YDebug::ERROR);
-    if (argc != 5) {
-        std::fprintf(stderr, "usage: ledger_load_client PORT CLIENT COUNT ACKFILE\n");
+    if (argc != 5 && argc != 6) {
+        std::fprintf(stderr, "usage: ledger_load_client PORT CLIENT COUNT ACKFILE [PADDING]\n");
         return 2;
     }
     const unsigned short port = static_cast<unsigned short>(std::atoi(argv[1]));
     const QString client = QString::fromLocal8Bit(argv[2]);
     const int count = std::atoi(argv[3]);
+    const QString padding(argc == 6 ? std::atoi(argv[5]) : 0, QLatin1Char('x'));
     QFile acks(QString::fromLocal8Bit(argv[4]));
     if (!acks.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         std::fprintf(stderr, "can't write %s\n", argv[4]);
@@ -43,7 +45,7 @@ int main(int argc, char** argv)
                 const std::unique_ptr<YMessage> answer
                     = ledgerRequest("127.0.0.1", port, QStringLiteral(LEDGER_STORE), seq,
                         client + QLatin1Char('\t')
-                            + QStringLiteral("payload %1 of %2").arg(seq).arg(client));
+                            + QStringLiteral("payload %1 of %2 ").arg(seq).arg(client) + padding);
                 if (answer->getStringType() == QLatin1String(LEDGER_ACK)
                     && answer->getIntData() == seq) {
                     acks.write(

@@ -108,6 +108,12 @@ inline unsigned short freePort()
     return probe.serverPort();
 }
 
+/// The daemon's log. Its name is unique too: the log's rotation takes a semaphore named after it.
+inline QString logPath(const yovotest::TempDir& dir, const QString& table)
+{
+    return dir.file(table + QStringLiteral(".log"));
+}
+
 /// The settings of one test daemon, every file in the test's own folder.
 inline QString writeConfig(const yovotest::TempDir& dir, unsigned short port, const QString& table,
     const QString& extra = QString())
@@ -119,8 +125,7 @@ inline QString writeConfig(const yovotest::TempDir& dir, unsigned short port, co
                               "ledger.log_file = %2\n[storage]\nledger.database = %3\n"
                               "ledger.shared_table = %4\n%5")
                    .arg(port)
-                   .arg(dir.file(QStringLiteral("yledgerd.log")),
-                       dir.file(QStringLiteral("ledger.db")), table, extra)
+                   .arg(logPath(dir, table), dir.file(QStringLiteral("ledger.db")), table, extra)
                    .toLocal8Bit());
     return path;
 }
