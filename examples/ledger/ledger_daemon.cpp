@@ -3,7 +3,9 @@
 // holds an acknowledgement knows its message survives a crash. A client that got no answer sends
 // the same message again; the (client, sequence) key makes that retry harmless.
 //
-//   yledgerd [-e] [--config FILE]     -e runs it in a terminal; without it, under systemd
+//   yledgerd [-e] [--config FILE] [--console]
+//     -e         runs it in a terminal; without it, it runs under systemd
+//     --console  reads debug-console commands on standard input ("help()" lists them)
 //
 // Live counters go to a shared table that `yledger status` reads without disturbing the daemon.
 #include "ledger_common.h"
@@ -158,6 +160,9 @@ public:
 
     YMessage* handle(const YMessage& request);
 
+    /// The record that the shared table gets, made now.
+    QByteArray statusRecord();
+
 private:
     bool readSettings(const QString& configFile);
     bool openDatabase();
@@ -174,6 +179,7 @@ private:
     YMMapHash _table;
     std::atomic<bool> _stop {false};
     std::atomic<unsigned int> _listeningPort {0};
+    bool _console = false;
 
     // Counters and the moving window belong to whichever thread holds this lock.
     std::mutex _countersLock;
@@ -264,6 +270,8 @@ bool LedgerDaemon::serviceInit(int argc, char** argv)
         const QString argument = QString::fromLocal8Bit(argv[i]);
         if (argument == QLatin1String("--config") && i + 1 < argc) {
             configFile = QString::fromLocal8Bit(argv[++i]);
+        } else if (argument == QLatin1String("--console")) {
+            _console = true;
         } else {
             std::fprintf(stderr,
                 "yledgerd: unknown argument: %s\nusage: yledgerd [-e] [--config FILE]\n", argv[i]);
@@ -360,20 +368,50 @@ YMessage* LedgerDaemon::handle(const YMessage& request)
         inserted ? QStringLiteral(LEDGER_STORED) : QStringLiteral(LEDGER_DUPLICATE));
 }
 
+// The developer's view into a running daemon, on standard input and output.
+class LedgerConsole : public YDebugConsole
+{
+    Q_OBJECT
+public:
+    explicit LedgerConsole(LedgerDaemon& daemon)
+        : YDebugConsole(QStringLiteral("yledgerd"))
+        , _daemon(daemon)
+    {
+    }
+
+protected slots:
+    /// The counters as the shared table has them.
+    QString counters() { return QString::fromLatin1(_daemon.statusRecord()); }
+#ifdef YLEDGER_CRASH_SLOT
+    /// Only in the test build: a fault, to show that the crash handler leaves a dump.
+    // Kept out of line, so that the dump shows the command by name.
+    Q_NEVER_INLINE void crash()
+    {
+        static int* volatile nowhere = nullptr;
+        *nowhere = 1;
+    }
+#endif
+
+private:
+    LedgerDaemon& _daemon;
+};
+
 YMessage* LedgerHandler::handleMessage(YMessage* message)
 {
     return _daemon.handle(*message);
 }
 
+QByteArray LedgerDaemon::statusRecord()
+{
+    std::lock_guard<std::mutex> lock(_countersLock);
+    _perSecond.trimWindow();
+    return ledgerStatusRecord(getpid(), _listeningPort.load(), _startedAt, _stored, _duplicates,
+        _errors, _requests, qint64(_perSecond.total(-1)));
+}
+
 void LedgerDaemon::publishStatus()
 {
-    QByteArray record;
-    {
-        std::lock_guard<std::mutex> lock(_countersLock);
-        _perSecond.trimWindow();
-        record = ledgerStatusRecord(getpid(), _listeningPort.load(), _startedAt, _stored,
-            _duplicates, _errors, _requests, qint64(_perSecond.total(-1)));
-    }
+    const QByteArray record = statusRecord();
     const YMMapAllocator& space = _table.getAllocator();
     // A reader that looks while the table is emptied finds no record and looks again.
     if (space.memUsage() + 4096 > space.memSize())
@@ -404,6 +442,14 @@ int LedgerDaemon::serviceMain(int, char**)
     });
     YLOG_NOTICE(_log) << "listening on port" << _listeningPort.load() << yflush;
     svcDebug(QStringLiteral("listening on port %1").arg(_listeningPort.load()));
+    if (_console) {
+        // The console blocks on standard input for as long as the process lives; it is left
+        // behind at the end rather than waited for.
+        std::thread([this] {
+            LedgerConsole console(*this);
+            console.run();
+        }).detach();
+    }
 
     while (!_stop) {
         reportAlive();
@@ -447,3 +493,5 @@ int main(int argc, char** argv)
     LedgerDaemon daemon(argc, argv);
     return daemon.run() ? 0 : 1;
 }
+
+#include "ledger_daemon.moc"
