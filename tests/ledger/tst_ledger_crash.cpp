@@ -11,6 +11,10 @@ using namespace ledgertest;
 
 TEST(LedgerCrash, CrashFromTheConsoleLeavesADumpThatLldbOpens)
 {
+#if defined(YOVO_SANITIZE_UNDEFINED)
+    GTEST_SKIP() << "the undefined-behaviour sanitizer stops a store through a null pointer "
+                    "itself, before any signal";
+#endif
     yovotest::TempDir dir;
     const QString tmp = dir.file(QStringLiteral("tmp"));
     ASSERT_TRUE(QDir().mkpath(tmp));
