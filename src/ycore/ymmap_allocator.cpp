@@ -171,7 +171,10 @@ void* YMMapAllocator::allocate(unsigned int size)
     // Both words may be garbage in a segment somebody else wrote: the mapping is the last word
     // on what may be handed out.
     const qint64 total = qint64(qMin<quint64>(loadWord(&_header->totalSize), _handle->size));
-    const qint64 used = loadWord(&_header->used);
+    // Every allocation is a multiple of 4, so a used word that isn't comes from a segment no
+    // allocator wrote. Starting at the next multiple keeps what is handed out aligned for the
+    // 32-bit words that callers store there.
+    const qint64 used = (qint64(loadWord(&_header->used)) + 3) & ~qint64(3);
     if (used < qint64(HEADER_SIZE) || total - used < rounded) {
         _error = ERR_OUT_OF_MEMORY;
         return nullptr;

@@ -3,21 +3,31 @@
 // POSIX named semaphores (sem_open) can't wait for a millisecond on every libc we care about,
 // can't release n tokens at once against a maximum, and have no notion of a last user. So the
 // semaphore is a small shared-memory object of our own: a count and a maximum under a
-// process-shared, robust mutex, with a condition variable on the monotonic clock. A process that
-// dies inside the mutex leaves it recoverable (EOWNERDEAD); tokens it held stay taken, as they
-// would on the system this library models. The object's lifetime follows YNamedObjectSys.
+// process-shared, robust mutex. A process that dies inside the mutex leaves it recoverable
+// (EOWNERDEAD); tokens it held stay taken, as they would on the system this library models. The
+// object's lifetime follows YNamedObjectSys.
+//
+// Waiters sleep on a futex word that every release bumps, not on a process-shared condition
+// variable: a condition variable keeps an internal lock of its own in the shared memory, and a
+// process killed while it holds that lock (inside a wait, a time-out or a broadcast) leaves every
+// later waiter and releaser of the name stuck for good. A futex keeps no state that a dead process
+// could leave behind.
 #include "ysemaphore_p.h"
 
 #include "ynamed_object_posix_p.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <ctime>
+#include <linux/futex.h>
 #include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
-const uint32_t SEMAPHORE_MAGIC = 0x59534d31; // "YSM1"
+const uint32_t SEMAPHORE_MAGIC = 0x59534d32; // "YSM2": a futex word, no condition variable
 
 struct SharedSemaphore
 {
@@ -26,7 +36,8 @@ struct SharedSemaphore
     int64_t count;
     int64_t maximum;
     pthread_mutex_t mutex;
-    pthread_cond_t condition;
+    uint32_t releases; ///< bumped by every release; waiters sleep on it
+    uint32_t reserved;
 };
 
 struct Counts
@@ -45,12 +56,8 @@ void initialize(void* address, std::size_t, void* context)
     pthread_mutexattr_setrobust(&mutexAttr, PTHREAD_MUTEX_ROBUST);
     pthread_mutex_init(&s->mutex, &mutexAttr);
     pthread_mutexattr_destroy(&mutexAttr);
-    pthread_condattr_t condAttr;
-    pthread_condattr_init(&condAttr);
-    pthread_condattr_setpshared(&condAttr, PTHREAD_PROCESS_SHARED);
-    pthread_condattr_setclock(&condAttr, CLOCK_MONOTONIC);
-    pthread_cond_init(&s->condition, &condAttr);
-    pthread_condattr_destroy(&condAttr);
+    s->releases = 0;
+    s->reserved = 0;
     s->count = counts->initial;
     s->maximum = counts->maximum;
     s->size = sizeof(SharedSemaphore);
@@ -67,12 +74,24 @@ int lockShared(SharedSemaphore* s)
     return rc;
 }
 
-int waitShared(SharedSemaphore* s, const timespec* deadline)
+// Sleeps while the word still holds `seen`, at most until `deadline` on the monotonic clock.
+// Shared, not private: the word lies at another address in every process that maps it.
+void sleepOn(uint32_t* word, uint32_t seen, const timespec* deadline)
 {
-    int rc = pthread_cond_timedwait(&s->condition, &s->mutex, deadline);
-    if (rc == EOWNERDEAD)
-        rc = pthread_mutex_consistent(&s->mutex);
-    return rc;
+    syscall(SYS_futex, word, FUTEX_WAIT_BITSET, seen, deadline, nullptr, FUTEX_BITSET_MATCH_ANY);
+}
+
+void wakeAll(uint32_t* word)
+{
+    syscall(SYS_futex, word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+}
+
+bool passed(const timespec& deadline)
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec > deadline.tv_sec
+        || (now.tv_sec == deadline.tv_sec && now.tv_nsec >= deadline.tv_nsec);
 }
 
 } // namespace
@@ -116,7 +135,7 @@ YSemaphoreHandle* YSemaphoreSys::create(const QByteArray& systemName, unsigned i
 YSemaphoreSys::WaitResult YSemaphoreSys::wait(YSemaphoreHandle* handle, int timeoutMs, int* error)
 {
     SharedSemaphore* s = handle->semaphore;
-    timespec deadline;
+    timespec deadline = {0, 0};
     if (timeoutMs >= 0) {
         clock_gettime(CLOCK_MONOTONIC, &deadline);
         deadline.tv_nsec += long(timeoutMs % 1000) * 1000000L;
@@ -129,24 +148,25 @@ YSemaphoreSys::WaitResult YSemaphoreSys::wait(YSemaphoreHandle* handle, int time
         return WaitFailed;
     }
     while (s->count <= 0) {
+        const uint32_t seen = __atomic_load_n(&s->releases, __ATOMIC_ACQUIRE);
+        pthread_mutex_unlock(&s->mutex);
+        timespec until = deadline;
         if (timeoutMs < 0) {
-            // An endless wait still wakes now and then: a waiter that was killed inside the
-            // condition variable must not be able to swallow the wake-up meant for us.
-            clock_gettime(CLOCK_MONOTONIC, &deadline);
-            deadline.tv_sec += 1;
+            // An endless wait still looks again every second: a releaser killed between its
+            // count and its wake-up must not leave us asleep next to a free token.
+            clock_gettime(CLOCK_MONOTONIC, &until);
+            until.tv_sec += 1;
         }
-        rc = waitShared(s, &deadline);
-        if (rc == ETIMEDOUT && timeoutMs < 0)
-            continue;
-        if (rc == ETIMEDOUT) {
+        sleepOn(&s->releases, seen, &until);
+        rc = lockShared(s);
+        if (rc != 0) {
+            *error = rc;
+            return WaitFailed;
+        }
+        if (s->count <= 0 && timeoutMs >= 0 && passed(deadline)) {
             pthread_mutex_unlock(&s->mutex);
             *error = ETIMEDOUT;
             return WaitTimeout;
-        }
-        if (rc != 0) {
-            pthread_mutex_unlock(&s->mutex);
-            *error = rc;
-            return WaitFailed;
         }
     }
     --s->count;
@@ -171,8 +191,9 @@ bool YSemaphoreSys::release(YSemaphoreHandle* handle, unsigned int n, int* error
         return false;
     }
     s->count += n;
-    pthread_cond_broadcast(&s->condition);
+    __atomic_add_fetch(&s->releases, 1, __ATOMIC_RELEASE);
     pthread_mutex_unlock(&s->mutex);
+    wakeAll(&s->releases);
     return true;
 }
 

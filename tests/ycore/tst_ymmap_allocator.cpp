@@ -382,6 +382,27 @@ TEST(YMMapAllocator, UsedWordOutsideTheSegmentGivesNoSpace)
     EXPECT_EQ(13459, allocator.error());
 }
 
+// No allocator leaves a used word that isn't a multiple of 4: what is handed out after one
+// starts at the next multiple, aligned for the words that a table stores there.
+TEST(YMMapAllocator, MisalignedUsedWordGivesAlignedSpace)
+{
+    const QByteArray name = segmentName("alloc");
+    ForeignSegment foreign(name, 64, 64, 13);
+    ASSERT_TRUE(foreign.ok());
+    YMMapAllocator allocator;
+    ASSERT_TRUE(allocator.attach(name.constData()));
+    void* space = allocator.allocate(4);
+    EXPECT_EQ(allocator.offsetToPtr(8), space);
+    EXPECT_EQ(20, allocator.memUsage());
+    // Rounded up, the used word of 61 leaves no room for 4 bytes.
+    ForeignSegment full(name + "full", 64, 64, 61);
+    ASSERT_TRUE(full.ok());
+    YMMapAllocator other;
+    ASSERT_TRUE(other.attach((name + "full").constData()));
+    EXPECT_EQ(nullptr, other.allocate(4));
+    EXPECT_EQ(13459, other.error());
+}
+
 TEST(YMMapAllocator, ObjectSmallerThanTheHeaderIsNoSegment)
 {
     const QByteArray name = segmentName("alloc");

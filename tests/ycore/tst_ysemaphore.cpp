@@ -7,7 +7,10 @@
 
 #include <QProcess>
 
+#include <chrono>
 #include <csignal>
+#include <random>
+#include <thread>
 
 using yovotest::uniqueName;
 
@@ -291,5 +294,31 @@ TEST(YSemaphoreProcesses, TokensOfDeadHolderStayTakenWhileOthersHoldTheName)
     }
     // As on the system this models: nothing recovers a token that a dead process held.
     EXPECT_FALSE(semaphore.tryAcquire(1));
+    semaphore.remove();
+}
+
+// Processes killed again and again while they time out in tryAcquire, in four threads at once:
+// whatever moment a kill finds, the next user of the semaphore must neither hang nor lose a
+// token. A checker process of its own takes the token, so that a hang is seen as one.
+TEST(YSemaphoreProcesses, UsersKilledWhileTheyWaitNeverLeaveTheSemaphoreStuck)
+{
+    const QString name = uniqueName("killed");
+    YSemaphore semaphore(0, name);
+    ASSERT_TRUE(semaphore.isOk());
+    std::mt19937 random(std::random_device {}());
+    for (int round = 0; round < 150; ++round) {
+        {
+            Peer spinner({"spin", name, "0", "1"});
+            ASSERT_TRUE(spinner.waitFor("spinning"));
+            std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
+            spinner.kill();
+        }
+        ASSERT_TRUE(semaphore.release(1));
+        QByteArray output;
+        ASSERT_EQ(
+            0, yovotest::runHelper("ysemaphore_helper", {"try", name, "0", "1"}, 10000, &output))
+            << "round " << round << ": the semaphore hangs after a killed waiter";
+        ASSERT_EQ("taken\n", output) << "round " << round;
+    }
     semaphore.remove();
 }

@@ -473,6 +473,82 @@ int pipeServerRole(int argc, char** argv)
     return 2;
 }
 
+// Takes and gives back one token of a semaphore for ever, so that a kill at any moment may
+// find it anywhere: opening, inside the semaphore's own lock, holding a token or not.
+int semaphoreChurnRole(int argc, char** argv)
+{
+    if (argc < 4)
+        return 2;
+    YSemaphore semaphore(unsigned(atoi(argv[3])), argv[2]);
+    if (!semaphore.isOk() || !semaphore.acquire(1)) {
+        say("failed");
+        return 1;
+    }
+    say("ready");
+    for (;;) {
+        semaphore.release(1);
+        semaphore.acquire(1);
+    }
+}
+
+// Creates a table or attaches to one, then replaces and adds entries with atomicInsert for
+// ever, so that a kill lands in the middle of one.
+int hashChurnRole(int argc, char** argv)
+{
+    if (argc < 5)
+        return 2;
+    YMMapHash hash;
+    const bool ok = strcmp(argv[2], "create") == 0 ? hash.create(argv[3], unsigned(atol(argv[4])))
+                                                   : hash.attach(argv[3]);
+    if (!ok) {
+        say("failed " + hash.errorString().toLatin1());
+        return 1;
+    }
+    const int keys = argc > 5 ? atoi(argv[5]) : 64;
+    say("ready");
+    std::mt19937 random {unsigned(getpid())};
+    for (quint64 seq = 1;; ++seq) {
+        const QByteArray key = "key-" + QByteArray::number(int(random() % unsigned(keys)));
+        // A full table only refuses: the values already in it stay whole.
+        hash.atomicInsert(key, makeValue(key, 0, seq, int(random() % 61)));
+    }
+}
+
+// One client of the pipe soak: sends a length-prefixed request and reads the answer, or, told
+// to die, sends part of its request and kills itself.
+int pipeSoakClientRole(int argc, char** argv)
+{
+    if (argc < 5)
+        return 2;
+    YNamedPipeClient client(argv[2], QByteArray());
+    if (!client.connect(0)) {
+        say("failed " + QByteArray::number(client.getLastErrorCode()));
+        return 1;
+    }
+    const QByteArray body = QByteArray(argv[4]).repeated(7);
+    const quint32 length = quint32(body.size());
+    const QByteArray request = QByteArray(reinterpret_cast<const char*>(&length), 4) + body;
+    unsigned int written = 0;
+    if (strcmp(argv[3], "die") == 0) {
+        // Some die inside the length, the others inside the body.
+        const int cut = 1 + int(quint32(getpid()) % unsigned(request.size() - 1));
+        client.write(request.constData(), unsigned(cut), &written, 5000);
+        ::kill(getpid(), SIGKILL);
+    }
+    if (!client.write(request.constData(), unsigned(request.size()), &written, 5000)
+        || written != unsigned(request.size())) {
+        say("write failed " + QByteArray::number(client.getLastErrorCode()));
+        return 1;
+    }
+    QByteArray answer;
+    if (!client.readMsg(unsigned(body.size()), answer, 20)) {
+        say("read failed " + QByteArray::number(client.getLastErrorCode()));
+        return 1;
+    }
+    say(answer == body.toUpper() ? "served" : "wrong " + answer);
+    return 0;
+}
+
 int singleRole(int argc, char** argv)
 {
     if (argc < 4)
@@ -522,5 +598,11 @@ int main(int argc, char** argv)
         return pipeServerRole(argc, argv);
     if (role == "single")
         return singleRole(argc, argv);
+    if (role == "semaphore-churn")
+        return semaphoreChurnRole(argc, argv);
+    if (role == "hash-churn")
+        return hashChurnRole(argc, argv);
+    if (role == "pipe-soak-client")
+        return pipeSoakClientRole(argc, argv);
     return 2;
 }
