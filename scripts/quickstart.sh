@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the library and runs examples/quickstart, the message demo and the
-# ledger demo (yledgerd with "-e" and yledger). The build is the same
-# release build that scripts/test.sh makes in build/, so running both builds the library once.
+# Installs what is missing, builds the library and runs examples/quickstart, the message demo and
+# the ledger demo (yledgerd with "-e" and yledger). The build is the same release build that
+# scripts/test.sh makes in build/, so running both builds the library once.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
