@@ -43,7 +43,9 @@ TEST(YScanDirCrash, KilledRewriterLeavesOldOrNewContent)
         QProcess helper;
         helper.start(helperPath("ini_rewrite_helper"), {path});
         ASSERT_TRUE(helper.waitForStarted(10000));
-        std::this_thread::sleep_for(std::chrono::microseconds(random.bounded(2000, 40000)));
+        while (!helper.canReadLine())
+            ASSERT_TRUE(helper.waitForReadyRead(10000)) << "the helper never got ready";
+        std::this_thread::sleep_for(std::chrono::microseconds(random.bounded(0, 30000)));
         ASSERT_EQ(0, ::kill(pid_t(helper.processId()), SIGKILL));
         ASSERT_TRUE(helper.waitForFinished(10000));
         ASSERT_EQ(QProcess::CrashExit, helper.exitStatus())
