@@ -51,16 +51,28 @@ int main(int argc, char** argv)
         return 2;
     }
     const int count = atoi(argv[2]);
-    // Both processes begin together, once the test has made the start file.
-    while (!QFile::exists(QString::fromLocal8Bit(argv[3])))
-        QThread::usleep(500);
     try {
         CounterInitData data(QString::fromLocal8Bit(argv[1]));
         // The retries show on standard error, where the test counts them.
         YDebug::setDebugLevel(YDebug::STDERR, YDebug::DBG3);
         YDb pool(&data);
         YDbConnectionPtr connection = pool.getConnection();
-        YSafeSqlQuery(connection->getDatabase()).exec(QStringLiteral("pragma synchronous = off"));
+        // The other process may already be writing (it can see the start file before this one is
+        // set up), and this statement has no retries of its own: it gets a few here.
+        for (int attempt = 0;; ++attempt) {
+            try {
+                YSafeSqlQuery(connection->getDatabase())
+                    .exec(QStringLiteral("pragma synchronous = off"));
+                break;
+            } catch (const YException&) {
+                if (attempt == 200)
+                    throw;
+                QThread::msleep(10);
+            }
+        }
+        // Both processes begin together, once the test has made the start file.
+        while (!QFile::exists(QString::fromLocal8Bit(argv[3])))
+            QThread::usleep(500);
         for (int i = 0; i < count; ++i) {
             connection->beginTransaction();
             YSafeSqlQuery increment = connection->createQuery(QStringLiteral("increment"));
