@@ -11,6 +11,9 @@
 
 namespace ysha256 {
 
+/// The 64 round constants, aligned for vector loads; every block function reads these.
+alignas(16) extern const uint32_t roundConstants[64];
+
 /// Runs the compression function over whole 64-byte blocks.
 typedef void (*BlockFunction)(uint32_t state[8], const unsigned char* data, size_t blocks);
 
