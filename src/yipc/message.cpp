@@ -33,14 +33,35 @@ void waitForBytes(QIODevice* device, qint64 count)
 
 // Whether the next value in the body is one that a message's property could take. Lists, maps,
 // hashes and user types may nest without limit, so that a small frame could exhaust the stack;
-// none of them fits a text or a number, and reading stops in front of them as at a body's end.
+// none of them fits a text or a number, and reading stops in front of them as at a body's end,
+// as it does in front of a list of texts whose count the rest of the body cannot hold.
+quint32 wordAt(const QByteArray& bytes, int at)
+{
+    return (quint32(uchar(bytes[at])) << 24) | (quint32(uchar(bytes[at + 1])) << 16)
+        | (quint32(uchar(bytes[at + 2])) << 8) | quint32(uchar(bytes[at + 3]));
+}
+
+// Qt reserves room for a list of texts from its count before it reads a single text, so that
+// a count of hundreds of millions in a small frame asks for gigabytes. Every text takes at least
+// its four-byte length word, which bounds what an honest count can be.
+bool listCountFits(QIODevice* body)
+{
+    const int headBytes = 4 + 1 + 4; // type, null flag, count
+    const QByteArray head = body->peek(headBytes);
+    if (head.size() < headBytes)
+        return true; // the read yields a default, as a truncated body does
+    const qint64 room = body->bytesAvailable() - headBytes;
+    return qint64(wordAt(head, 5)) <= room / 4;
+}
+
 bool nextValueIsPlain(QDataStream& inner)
 {
     const QByteArray head = inner.device()->peek(4);
     if (head.size() < 4)
         return true; // the read yields a default, as a truncated body does
-    const quint32 type = (quint32(uchar(head[0])) << 24) | (quint32(uchar(head[1])) << 16)
-        | (quint32(uchar(head[2])) << 8) | quint32(uchar(head[3]));
+    const quint32 type = wordAt(head, 0);
+    if (type == QMetaType::QStringList)
+        return listCountFits(inner.device());
     switch (type) {
     case QMetaType::UnknownType:
     case QMetaType::Bool:

@@ -273,6 +273,29 @@ TEST(YMessage, ValueOfAnotherTypeIsConvertedOrLeavesTheField)
     EXPECT_TRUE(partial->getStringData().isNull());
 }
 
+TEST(YMessage, ListOfTextsCountingMoreThanTheBodyHoldsEndsTheReading)
+{
+    // 268 million texts claimed in a few bytes: reading stops in front of the list instead of
+    // reserving room for them, and the fields read before it stay.
+    const QByteArray claims = bodyNaming("YMessage") + stringVariant(QString())
+        + stringVariant("kind") + word(11) + QByteArray(1, '\0') + word(0x10000002)
+        + stringVariant("never read");
+    const std::unique_ptr<YMessage> partial = readFrom(frameAround(claims));
+    EXPECT_EQ(QStringLiteral("kind"), partial->getStringType());
+    EXPECT_EQ(0, partial->getIntData());
+    EXPECT_TRUE(partial->getStringData().isNull());
+
+    // A list that fits is read whole; the integer cannot take it and keeps its default, and the
+    // value after it still arrives.
+    const QByteArray honest = bodyNaming("YMessage") + stringVariant(QString())
+        + stringVariant("kind") + word(11) + QByteArray(1, '\0') + word(1)
+        + stringVariant("9").mid(5) + stringVariant("after");
+    const std::unique_ptr<YMessage> whole = readFrom(frameAround(honest));
+    EXPECT_EQ(QStringLiteral("kind"), whole->getStringType());
+    EXPECT_EQ(0, whole->getIntData());
+    EXPECT_EQ(QStringLiteral("after"), whole->getStringData());
+}
+
 TEST(YMessage, TruncatedBodyGivesWhatArrived)
 {
     const QByteArray body
