@@ -21,6 +21,7 @@ development=(
     nlohmann-json3-dev rapidjson-dev
     php8.2-cli libinih-dev
     nginx openssl libcurl4-openssl-dev
+    libsqlite3-dev lintian fakeroot file
     mariadb-server mariadb-client
 )
 
