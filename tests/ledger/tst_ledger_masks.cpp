@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <QBuffer>
+#include <QDateTime>
+#include <QRegularExpression>
 #include <QSqlError>
 #include <QThread>
 
@@ -117,8 +119,9 @@ std::unique_ptr<YMessage> answerIn(const QByteArray& bytes)
     return std::unique_ptr<YMessage>(answer);
 }
 
-// Each client name with its sequence numbers, as the daemon stored them.
-QStringList storedRows(const QString& database)
+// Each client name with its sequence numbers, as the daemon stored them, or with the time of
+// arrival it wrote.
+QStringList storedRows(const QString& database, bool withTimes = false)
 {
     QStringList rows;
     const QString connectionName = yovotest::uniqueName("ledger_masks_");
@@ -129,9 +132,10 @@ QStringList storedRows(const QString& database)
             rows << QStringLiteral("can't open: ") + db.lastError().text();
         } else {
             QSqlQuery query(db);
-            query.exec(QStringLiteral("select client, seq from messages order by id"));
+            query.exec(QStringLiteral("select client, seq, received from messages order by id"));
             while (query.next())
-                rows << query.value(0).toString() + QLatin1Char(' ') + query.value(1).toString();
+                rows << query.value(0).toString() + QLatin1Char(' ')
+                        + query.value(withTimes ? 2 : 1).toString();
         }
     }
     QSqlDatabase::removeDatabase(connectionName);
@@ -158,7 +162,10 @@ struct RunningDaemon
     }
 
     QByteArray log() { return yovotest::readFile(logPath(dir, table)); }
-    QStringList rows() { return storedRows(dir.file(QStringLiteral("ledger.db"))); }
+    QStringList rows(bool withTimes = false)
+    {
+        return storedRows(dir.file(QStringLiteral("ledger.db")), withTimes);
+    }
 
     // The figure the status shows, once the main loop has published it (five times a second).
     QByteArray statusField(const QByteArray& name)
@@ -221,6 +228,7 @@ TEST(LedgerMasks, ServesLoopbackThatItsMasksName)
     ASSERT_TRUE(ledger.start(QStringLiteral("10.0.0.0/8,127.0.0.1")))
         << ledger.daemon.errors().constData();
 
+    const QDateTime before = QDateTime::currentDateTimeUtc().addMSecs(-1);
     expectAcknowledged(storeFrom("127.0.0.1", ledger.port, 1, QStringLiteral("insider\thello")), 1);
     EXPECT_EQ(QByteArray("0"), ledger.statusField("refused"));
 
@@ -229,6 +237,18 @@ TEST(LedgerMasks, ServesLoopbackThatItsMasksName)
     EXPECT_EQ(QByteArray(), ledger.daemon.errors());
     EXPECT_EQ(QStringList {QStringLiteral("insider 1")}, ledger.rows());
     EXPECT_FALSE(ledger.log().contains("refused"));
+    // The time of arrival in UTC with milliseconds, as Qt's ISO form writes it.
+    const QStringList times = ledger.rows(true);
+    ASSERT_EQ(1, times.size());
+    const QString received = times[0].section(QLatin1Char(' '), 1);
+    EXPECT_TRUE(QRegularExpression(QStringLiteral(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$)"))
+                    .match(received)
+                    .hasMatch())
+        << received.toStdString();
+    const QDateTime arrival = QDateTime::fromString(received, Qt::ISODateWithMs);
+    EXPECT_EQ(received, arrival.toString(Qt::ISODateWithMs));
+    EXPECT_LE(before, arrival);
+    EXPECT_LE(arrival, QDateTime::currentDateTimeUtc());
 }
 
 TEST(LedgerMasks, KeepsServingAfterRefusals)
