@@ -195,7 +195,7 @@ private:
 class LedgerDaemon;
 
 // Decides on each connection as the kernel hands it over, before a byte of it is read: the
-// library's server keeps its own verifier for show and serves every address. A refused
+// library's server builds a verifier of its own but serves every address. A refused
 // connection is closed at once and never becomes pending, so the server's loop finds nothing to
 // take and waits for the next one.
 class LedgerServer : public YMessageSimpleServer
