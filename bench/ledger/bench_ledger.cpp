@@ -2,7 +2,14 @@
 // synchronous = full, one commit per message), with 1 and 4 client threads; each request on a
 // connection of its own, as the message service wants. p50 and p99 are the request's round trip
 // in microseconds. The database lies in YOVO_BENCH_DIR (default: the temporary folder).
+//
+// Next to the daemon runs its yardstick, the same service written plainly on POSIX sockets and
+// SQLite's C API (plain_ledger_server.cpp), in a process of its own with a database of its own,
+// taking the same frames from the same clients and storing the same rows as durably. Each pair
+// of runs with the same number of clients gives "vs_plain_c": yledgerd's messages per second
+// divided by the plain server's; the summary at the end gives the ratio of the mean rates.
 #include "../../examples/ledger/ledger_common.h"
+#include "plain_ledger_server.h"
 
 #include <benchmark/benchmark.h>
 
@@ -18,12 +25,19 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <map>
 #include <memory>
+#include <string>
 #include <vector>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
 unsigned short daemonPort = 0;
+unsigned short plainPort = 0;
 std::atomic<int> clientNumber {0};
 
 double percentile(std::vector<double> values, double fraction)
@@ -34,20 +48,20 @@ double percentile(std::vector<double> values, double fraction)
     return values[std::min(values.size() - 1, size_t(fraction * double(values.size())))];
 }
 
-void BM_StoreMessage(benchmark::State& state)
+void storeMessages(benchmark::State& state, const unsigned short* port)
 {
     const QString client = QStringLiteral("bench%1").arg(clientNumber++);
     std::vector<double> mine;
     int seq = 0;
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
-        const std::unique_ptr<YMessage> answer = ledgerRequest("127.0.0.1", daemonPort,
+        const std::unique_ptr<YMessage> answer = ledgerRequest("127.0.0.1", *port,
             QStringLiteral(LEDGER_STORE), ++seq, client + QStringLiteral("\tbenchmark payload"));
         mine.push_back(
             std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
                 .count());
         if (answer->getStringType() != QLatin1String(LEDGER_ACK)) {
-            state.SkipWithError("the daemon didn't acknowledge");
+            state.SkipWithError("the server didn't acknowledge");
             break;
         }
     }
@@ -58,7 +72,48 @@ void BM_StoreMessage(benchmark::State& state)
     state.counters["p99_us"]
         = benchmark::Counter(percentile(mine, 0.99), benchmark::Counter::kAvgThreads);
 }
-BENCHMARK(BM_StoreMessage)->Threads(1)->Threads(4)->UseRealTime()->MinTime(3.0);
+
+// Gives each run of yledgerd the ratio of its rate to the plain server's run just before it with
+// as many clients, and adds up the rates of every round for the summary at the end.
+class RatioReporter : public benchmark::ConsoleReporter
+{
+public:
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        std::vector<Run> shown = runs;
+        for (Run& run : shown) {
+            const auto rate = run.counters.find("items_per_second");
+            if (run.error_occurred || run.run_type != Run::RT_Iteration
+                || rate == run.counters.end())
+                continue;
+            const std::string name = run.run_name.function_name;
+            if (name.find("plain_c") != std::string::npos) {
+                _lastPlain[run.threads] = rate->second;
+                plain[run.threads].push_back(rate->second);
+            } else if (name.find("yledgerd") != std::string::npos && _lastPlain[run.threads] > 0) {
+                ours[run.threads].push_back(rate->second);
+                ratios[run.threads].push_back(rate->second / _lastPlain[run.threads]);
+                run.counters["vs_plain_c"] = benchmark::Counter(ratios[run.threads].back());
+            }
+        }
+        ConsoleReporter::ReportRuns(shown);
+    }
+    // The rates of each round, by number of clients.
+    std::map<int64_t, std::vector<double>> plain;
+    std::map<int64_t, std::vector<double>> ours;
+    std::map<int64_t, std::vector<double>> ratios;
+
+private:
+    std::map<int64_t, double> _lastPlain;
+};
+
+double mean(const std::vector<double>& values)
+{
+    double sum = 0;
+    for (const double value : values)
+        sum += value;
+    return values.empty() ? 0 : sum / double(values.size());
+}
 
 } // namespace
 
@@ -89,6 +144,23 @@ int main(int argc, char** argv)
     daemon.setProcessEnvironment(environment);
     daemon.start(
         QStringLiteral(YLEDGERD), {QStringLiteral("-e"), QStringLiteral("--config"), config});
+    // The plain server is forked before anything else runs threads, and only ever uses its
+    // sockets and SQLite; its socket is the parent's no more once the child has it.
+    const QByteArray plainDatabase = QFile::encodeName(dir.filePath(QStringLiteral("plain.db")));
+    const int listening = plainLedgerListen(&plainPort);
+    if (listening < 0) {
+        std::perror("the plain server can't listen");
+        return 1;
+    }
+    const pid_t plainServer = fork();
+    if (plainServer == 0)
+        _exit(plainLedgerServe(listening, plainDatabase.constData()) == 0 ? 0 : 1);
+    close(listening);
+    if (plainServer < 0) {
+        std::perror("can't start the plain server");
+        return 1;
+    }
+
     QByteArray output;
     while (!output.contains("listening on port") && daemon.waitForReadyRead(15000))
         output += daemon.readAllStandardOutput();
@@ -99,8 +171,41 @@ int main(int argc, char** argv)
         return 1;
     }
     daemonPort = static_cast<unsigned short>(output.mid(at + 18).trimmed().toInt());
-    benchmark::RunSpecifiedBenchmarks();
+
+    // Side by side, with the same clients, in short turns: a commit's flush to the disk costs
+    // most of a request, and what other programs write at the same moment makes it vary a lot
+    // from one second to the next. Turns spread that over both servers alike.
+    const int ROUNDS = 5;
+    for (int round = 1; round <= ROUNDS; ++round) {
+        for (const int threads : {1, 4}) {
+            const std::string suffix = "/round:" + std::to_string(round);
+            benchmark::RegisterBenchmark(
+                ("BM_StoreMessage/plain_c" + suffix).c_str(), storeMessages, &plainPort)
+                ->Threads(threads)
+                ->UseRealTime()
+                ->MinTime(1.0);
+            benchmark::RegisterBenchmark(
+                ("BM_StoreMessage/yledgerd" + suffix).c_str(), storeMessages, &daemonPort)
+                ->Threads(threads)
+                ->UseRealTime()
+                ->MinTime(1.0);
+        }
+    }
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    // A round in which the disk stalled moves the mean a lot; the median of the rounds' ratios
+    // shows the usual case.
+    for (const auto& rates : reporter.ours) {
+        const double ours = mean(rates.second);
+        const double plain = mean(reporter.plain[rates.first]);
+        std::printf("%lld client(s), %zu rounds: yledgerd %.1f msg/s, plain C %.1f msg/s (means), "
+                    "ratio of the means %.3f, median ratio %.3f (aim >= 0.8)\n",
+            static_cast<long long>(rates.first), rates.second.size(), ours, plain, ours / plain,
+            percentile(reporter.ratios[rates.first], 0.5));
+    }
     daemon.terminate();
     daemon.waitForFinished(40000);
+    kill(plainServer, SIGTERM);
+    waitpid(plainServer, nullptr, 0);
     return 0;
 }

@@ -23,15 +23,18 @@
 #define LEDGER_STATUS_KEY QByteArray("status")
 
 /// The status the daemon publishes: one "name=value" line per figure, in a fixed order, so that
-/// readers in other languages can take it apart too.
+/// readers in other languages can take it apart too. "refused" counts the connections that the
+/// allowed masks turned away.
 inline QByteArray ledgerStatusRecord(qint64 pid, unsigned int port, qint64 startedAt,
-    quint64 stored, quint64 duplicates, quint64 errors, quint64 requests, qint64 lastMinute)
+    quint64 stored, quint64 duplicates, quint64 errors, quint64 requests, qint64 lastMinute,
+    quint64 refused)
 {
     return QByteArray("pid=") + QByteArray::number(pid) + "\nport=" + QByteArray::number(port)
         + "\nstarted=" + QByteArray::number(startedAt) + "\nstored=" + QByteArray::number(stored)
         + "\nduplicates=" + QByteArray::number(duplicates)
         + "\nerrors=" + QByteArray::number(errors) + "\nrequests=" + QByteArray::number(requests)
-        + "\nrequests_last_minute=" + QByteArray::number(lastMinute) + "\n";
+        + "\nrequests_last_minute=" + QByteArray::number(lastMinute)
+        + "\nrefused=" + QByteArray::number(refused) + "\n";
 }
 
 /// The record's lines as name and value; malformed lines are left out.

@@ -28,6 +28,12 @@
 #include <mutex>
 #include <thread>
 
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -89,6 +95,21 @@ QString unquoted(QString value)
     return value;
 }
 
+// The time a message arrives, as Qt's ISO form with milliseconds writes it in UTC
+// ("2026-01-31T12:00:00.000Z"), without a QDateTime and its formatter for every message.
+QString receivedNow()
+{
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    struct tm utc;
+    gmtime_r(&now.tv_sec, &utc);
+    char text[64];
+    std::snprintf(text, sizeof(text), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900,
+        utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
+        int(now.tv_nsec / 1000000));
+    return QString::fromLatin1(text);
+}
+
 class SqliteInitData : public YDbInitData
 {
 public:
@@ -127,7 +148,71 @@ struct Settings
     QString sharedTable;
 };
 
+// The library's verifier lets every loopback address through whatever the masks say. This daemon
+// holds loopback to its masks too: an operator who leaves 127.0.0.1 out of ledger.allowed_masks
+// means that local programs may not send messages either.
+class LedgerVerifier : public YIpVerifier
+{
+public:
+    explicit LedgerVerifier(const QStringList& masks)
+        : YIpVerifier(masks)
+    {
+        // The masks that the verifier took (it skips malformed ones with a warning) are the
+        // ones its configuration text lists.
+        const QString config = getConfigString();
+        const QString listed = QStringLiteral(
+            "the following IPs/masks are allowed to communicate with this machine:");
+        _everyone = config.startsWith(QLatin1String("joker (*)"));
+        if (config.startsWith(listed))
+            _masks = config.mid(listed.size()).split(QLatin1Char(','), Qt::SkipEmptyParts);
+    }
+
+    /// `address` in network byte order, as the verifier takes it. Asked from the server's
+    /// thread only.
+    bool allows(unsigned long address)
+    {
+        if ((address & 0xFF) != 0x7F)
+            return verify(address);
+        if (_everyone)
+            return true;
+        // Matching a mask is text work, worth doing once per address as the verifier does.
+        const auto known = _loopback.constFind(address);
+        if (known != _loopback.constEnd())
+            return known.value();
+        bool allowed = false;
+        for (const QString& mask : qAsConst(_masks))
+            allowed = allowed || matchMaskNoLock(address, mask);
+        _loopback.insert(address, allowed);
+        return allowed;
+    }
+
+private:
+    QStringList _masks;
+    bool _everyone = false;
+    QHash<unsigned long, bool> _loopback;
+};
+
 class LedgerDaemon;
+
+// Decides on each connection as the kernel hands it over, before a byte of it is read: the
+// library's server builds a verifier of its own but serves every address. A refused
+// connection is closed at once and never becomes pending, so the server's loop finds nothing to
+// take and waits for the next one.
+class LedgerServer : public YMessageSimpleServer
+{
+public:
+    LedgerServer(unsigned int port, const QStringList& masks, LedgerDaemon& daemon)
+        : YMessageSimpleServer(port, masks)
+        , _daemon(daemon)
+    {
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override;
+
+private:
+    LedgerDaemon& _daemon;
+};
 
 // Runs on the server's thread: one message per connection, stored before it is answered.
 class LedgerHandler : public YMessageHandler
@@ -160,6 +245,10 @@ public:
 
     YMessage* handle(const YMessage& request);
 
+    /// Whether the peer of a connection that was just accepted may send messages; logs and
+    /// counts a refusal. Runs on the server's thread.
+    bool admits(int descriptor);
+
     /// The record that the shared table gets, made now.
     QByteArray statusRecord();
 
@@ -175,7 +264,11 @@ private:
     std::unique_ptr<YIniFileValuesManager> _values;
     std::unique_ptr<SqliteInitData> _dbData;
     std::unique_ptr<YDb> _db;
-    std::unique_ptr<YIpVerifier> _verifier;
+    // The server thread's connection and its insert, prepared once: preparing the statement
+    // anew cost a third of a request's work.
+    YDbConnectionPtr _insertConnection;
+    std::unique_ptr<YSafeSqlQuery> _insert;
+    std::unique_ptr<LedgerVerifier> _verifier;
     YMMapHash _table;
     std::atomic<bool> _stop {false};
     std::atomic<unsigned int> _listeningPort {0};
@@ -187,6 +280,7 @@ private:
     quint64 _duplicates = 0;
     quint64 _errors = 0;
     quint64 _requests = 0;
+    quint64 _refused = 0;
     YMovingWindow _perSecond {60, 1};
     qint64 _startedAt = QDateTime::currentSecsSinceEpoch();
 };
@@ -292,7 +386,7 @@ bool LedgerDaemon::serviceInit(int argc, char** argv)
     YDebug::registerCrashHandler(_log);
     YDb::YDbLog = _log;
 
-    _verifier = std::make_unique<YIpVerifier>(_settings.allowedMasks);
+    _verifier = std::make_unique<LedgerVerifier>(_settings.allowedMasks);
     YLOG_NOTICE(_log) << "starting, pid" << int(getpid()) << "config" << configFile << "database"
                       << _settings.database << "allowed" << _verifier->getConfigString() << yflush;
     return openDatabase() && openSharedTable();
@@ -341,17 +435,23 @@ YMessage* LedgerDaemon::handle(const YMessage& request)
     }
     bool inserted = false;
     try {
-        YDbConnectionPtr connection = _db->getConnection();
-        YSafeSqlQuery insert = connection->createQuery(QStringLiteral("insert"));
-        insert.bindValue(QStringLiteral(":client"), client);
-        insert.bindValue(QStringLiteral(":seq"), request.getIntData());
-        insert.bindValue(QStringLiteral(":type"), type);
-        insert.bindValue(QStringLiteral(":payload"), payload);
-        insert.bindValue(QStringLiteral(":received"),
-            QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
-        insert.exec(_log, 20);
-        inserted = insert.numRowsAffected() == 1;
+        if (!_insert) {
+            _insertConnection = _db->getConnection();
+            _insert = std::make_unique<YSafeSqlQuery>(
+                _insertConnection->createQuery(QStringLiteral("insert")));
+        }
+        // By position, in the order of the statement's placeholders.
+        _insert->bindValue(0, client);
+        _insert->bindValue(1, request.getIntData());
+        _insert->bindValue(2, type);
+        _insert->bindValue(3, payload);
+        _insert->bindValue(4, receivedNow());
+        _insert->exec(_log, 20);
+        inserted = _insert->numRowsAffected() == 1;
     } catch (const YException& e) {
+        // The next message prepares the statement again, on whatever connection the pool has.
+        _insert.reset();
+        _insertConnection = YDbConnectionPtr();
         // No acknowledgement: the client keeps the message and sends it again.
         YLOG_ERROR(_log) << "can't store" << client << request.getIntData() << ":" << e.what()
                          << yflush;
@@ -366,6 +466,67 @@ YMessage* LedgerDaemon::handle(const YMessage& request)
     ++(inserted ? _stored : _duplicates);
     return answer(QStringLiteral(LEDGER_ACK), request.getIntData(),
         inserted ? QStringLiteral(LEDGER_STORED) : QStringLiteral(LEDGER_DUPLICATE));
+}
+
+bool LedgerDaemon::admits(int descriptor)
+{
+    struct sockaddr_storage peer;
+    std::memset(&peer, 0, sizeof(peer));
+    socklen_t length = sizeof(peer);
+    if (getpeername(descriptor, reinterpret_cast<struct sockaddr*>(&peer), &length) != 0) {
+        // The client is gone already (it reset the connection); there is nobody to serve.
+        const int error = errno;
+        YLOG_WARNING(_log) << "closed a connection whose peer address can't be read:"
+                           << std::strerror(error) << yflush;
+        std::lock_guard<std::mutex> lock(_countersLock);
+        ++_refused;
+        return false;
+    }
+    // The server listens on both protocols: an IPv4 client shows as an IPv4-mapped address.
+    bool ipv4 = false;
+    struct in_addr address4;
+    char shown[INET6_ADDRSTRLEN] = "?";
+    if (peer.ss_family == AF_INET) {
+        address4 = reinterpret_cast<const struct sockaddr_in*>(&peer)->sin_addr;
+        ipv4 = true;
+    } else if (peer.ss_family == AF_INET6) {
+        const struct in6_addr& address6
+            = reinterpret_cast<const struct sockaddr_in6*>(&peer)->sin6_addr;
+        if (IN6_IS_ADDR_V4MAPPED(&address6)) {
+            std::memcpy(&address4, &address6.s6_addr[12], sizeof(address4));
+            ipv4 = true;
+        } else {
+            inet_ntop(AF_INET6, &address6, shown, sizeof(shown));
+        }
+    }
+    if (ipv4) {
+        inet_ntop(AF_INET, &address4, shown, sizeof(shown));
+        if (_verifier->allows(static_cast<unsigned long>(address4.s_addr)))
+            return true;
+    }
+    if (_stop) {
+        // The connection that wakes the server to stop it comes from this host, which the
+        // masks may leave out: it is no client, and no refusal either.
+        YLOG_DBG1(_log) << "closed a connection from" << shown << "while stopping" << yflush;
+        return false;
+    }
+    YLOG_WARNING(_log) << QStringLiteral("refused a connection from %1: %2")
+                              .arg(QString::fromLatin1(shown),
+                                  ipv4 ? QStringLiteral("not in ledger.allowed_masks")
+                                       : QStringLiteral("ledger.allowed_masks holds IPv4 "
+                                                        "addresses only"))
+                       << yflush;
+    std::lock_guard<std::mutex> lock(_countersLock);
+    ++_refused;
+    return false;
+}
+
+void LedgerServer::incomingConnection(qintptr descriptor)
+{
+    if (_daemon.admits(int(descriptor)))
+        YMessageSimpleServer::incomingConnection(descriptor);
+    else
+        ::close(int(descriptor));
 }
 
 // The developer's view into a running daemon, on standard input and output.
@@ -406,7 +567,7 @@ QByteArray LedgerDaemon::statusRecord()
     std::lock_guard<std::mutex> lock(_countersLock);
     _perSecond.trimWindow();
     return ledgerStatusRecord(getpid(), _listeningPort.load(), _startedAt, _stored, _duplicates,
-        _errors, _requests, qint64(_perSecond.total(-1)));
+        _errors, _requests, qint64(_perSecond.total(-1)), _refused);
 }
 
 void LedgerDaemon::publishStatus()
@@ -424,7 +585,7 @@ int LedgerDaemon::serviceMain(int, char**)
 {
     std::unique_ptr<YMessageSimpleServer> server;
     try {
-        server = std::make_unique<YMessageSimpleServer>(_settings.port, _settings.allowedMasks);
+        server = std::make_unique<LedgerServer>(_settings.port, _settings.allowedMasks, *this);
     } catch (const YException& e) {
         YLOG_ERROR(_log) << "can't listen on port" << _settings.port << ":" << e.what() << yflush;
         std::fprintf(stderr, "yledgerd: can't listen on port %u: %s\n", _settings.port, e.what());
@@ -478,6 +639,8 @@ int LedgerDaemon::serviceMain(int, char**)
         wake.abort();
     }
     serving.join();
+    _insert.reset();
+    _insertConnection = YDbConnectionPtr();
     server->deregisterMessageHandler(QStringLiteral("YMessage"));
     publishStatus();
     YLOG_NOTICE(_log) << "stopped after" << _stored << "messages" << yflush;

@@ -348,7 +348,7 @@ TEST(LedgerTool, StatusAndSendAgainstARunningDaemon)
     run = runTool({QStringLiteral("status"), QStringLiteral("--table"), table});
     EXPECT_EQ(0, run.exitCode) << run.err.constData();
     const QList<QByteArray> lines = run.out.split('\n');
-    ASSERT_EQ(9, lines.size()) << run.out.constData();
+    ASSERT_EQ(10, lines.size()) << run.out.constData();
     EXPECT_EQ("pid: " + QByteArray::number(daemon.pid()), lines[0]);
     EXPECT_EQ("port: " + port.toLatin1(), lines[1]);
     EXPECT_TRUE(lines[2].startsWith("started: "));
@@ -357,6 +357,7 @@ TEST(LedgerTool, StatusAndSendAgainstARunningDaemon)
     EXPECT_EQ(QByteArray("errors: 2"), lines[5]);
     EXPECT_EQ(QByteArray("requests: 5"), lines[6]);
     EXPECT_EQ(QByteArray("requests_last_minute: 5"), lines[7]);
+    EXPECT_EQ(QByteArray("refused: 0"), lines[8]);
 
     daemon.sendSignal(SIGTERM);
     EXPECT_EQ(0, daemon.wait());
