@@ -130,10 +130,11 @@ QByteArray YSimpleURL::fetch(const QString& url, int timeoutMs)
 
     YSimpleURLRequestEventLoop loop(_reply);
     // A coarse timer, Qt's choice from two seconds on, may fire up to 5% early.
-    QTimer::singleShot(effectiveTimeout(timeoutMs), Qt::PreciseTimer, &loop, SLOT(quit()));
-    connect(_reply, SIGNAL(finished()), &loop, SLOT(quit()));
-    connect(manager, SIGNAL(sslErrors(QNetworkReply*, const QList<QSslError>&)), &loop,
-        SLOT(sslErrorsFromManager(QNetworkReply*, const QList<QSslError>&)));
+    QTimer::singleShot(effectiveTimeout(timeoutMs), Qt::PreciseTimer, &loop, &QEventLoop::quit);
+    // By member pointer: a look-up by signature text costs more than the rest of the set-up.
+    connect(_reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    connect(manager, &QNetworkAccessManager::sslErrors, &loop,
+        &YSimpleURLRequestEventLoop::sslErrorsFromManager);
     loop.exec();
 
     _status = _reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
