@@ -1,11 +1,15 @@
 #include "ysimple_url.h"
 
 #include <QNetworkAccessManager>
+#include <QNetworkCookieJar>
 #include <QNetworkRequest>
 #include <QSslConfiguration>
 #include <QThread>
+#include <QThreadStorage>
 #include <QTimer>
 #include <QUrlQuery>
+
+#include <memory>
 
 namespace {
 
@@ -16,6 +20,29 @@ const char* const CONTENT_TYPE = "Content-type";
 int effectiveTimeout(int timeoutMs)
 {
     return timeoutMs > 0 ? timeoutMs : DEFAULT_TIMEOUT_MS;
+}
+
+// Each fetch is to behave as if it had a manager of its own: nothing a server set may reach the
+// next call. Cookies are what a manager keeps by itself; this jar keeps none.
+class ForgetfulCookieJar : public QNetworkCookieJar
+{
+public:
+    bool setCookiesFromUrl(const QList<QNetworkCookie>&, const QUrl&) override { return false; }
+};
+
+// One manager per thread serves every fetch of that thread, so that a connection, and the TLS
+// session on it, outlives the call that opened it; a manager per call cost a helper thread, a
+// connection and a handshake each time. QThreadStorage deletes the manager when its thread
+// finishes (for the main thread, when the application object goes), while Qt is still whole.
+QNetworkAccessManager* threadFetchManager()
+{
+    static QThreadStorage<QNetworkAccessManager*> managers;
+    if (!managers.hasLocalData()) {
+        auto* manager = new QNetworkAccessManager;
+        manager->setCookieJar(new ForgetfulCookieJar);
+        managers.setLocalData(manager);
+    }
+    return managers.localData();
 }
 
 } // namespace
@@ -92,16 +119,22 @@ QNetworkRequest YSimpleURL::prepareRequest(const QString& url, bool forFetch)
 QByteArray YSimpleURL::fetch(const QString& url, int timeoutMs)
 {
     const QNetworkRequest request = prepareRequest(url, true);
-    QNetworkAccessManager manager;
-    manager.moveToThread(QThread::currentThread());
-    _reply = manager.get(request);
+    // Credentials in the URL would stay in a shared manager's cache and go out with later calls to
+    // the same server; such a call keeps a manager of its own.
+    std::unique_ptr<QNetworkAccessManager> ownManager;
+    if (!request.url().userInfo().isEmpty())
+        ownManager.reset(new QNetworkAccessManager);
+    QNetworkAccessManager* manager = ownManager ? ownManager.get() : threadFetchManager();
+    manager->moveToThread(QThread::currentThread());
+    _reply = manager->get(request);
 
     YSimpleURLRequestEventLoop loop(_reply);
     // A coarse timer, Qt's choice from two seconds on, may fire up to 5% early.
-    QTimer::singleShot(effectiveTimeout(timeoutMs), Qt::PreciseTimer, &loop, SLOT(quit()));
-    connect(_reply, SIGNAL(finished()), &loop, SLOT(quit()));
-    connect(&manager, SIGNAL(sslErrors(QNetworkReply*, const QList<QSslError>&)), &loop,
-        SLOT(sslErrorsFromManager(QNetworkReply*, const QList<QSslError>&)));
+    QTimer::singleShot(effectiveTimeout(timeoutMs), Qt::PreciseTimer, &loop, &QEventLoop::quit);
+    // By member pointer: a look-up by signature text costs more than the rest of the set-up.
+    connect(_reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    connect(manager, &QNetworkAccessManager::sslErrors, &loop,
+        &YSimpleURLRequestEventLoop::sslErrorsFromManager);
     loop.exec();
 
     _status = _reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
@@ -109,7 +142,10 @@ QByteArray YSimpleURL::fetch(const QString& url, int timeoutMs)
     // kept: timeout-text - a refused connection also reads as a time-out.
     _errorText
         = _status == 0 ? QStringLiteral("Timeout while reading response") : _reply->errorString();
-    // A request that the timer ended is not aborted: it goes with the manager.
+    // A request that the timer ended is not aborted: it goes with its reply, whose end closes its
+    // connection, just as a manager of the call's own would take it along. A finished reply goes
+    // too, or the shared manager would gather them.
+    delete _reply;
     return _body;
 }
 

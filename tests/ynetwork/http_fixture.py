@@ -101,6 +101,7 @@ def nginx_config(state, ports, certs, cert_files):
         location = /r1 {{ return 302 /r2; }}
         location = /r2 {{ return 302 /hello.txt; }}
         location = /loop {{ return 302 /loop; }}
+        location = /connection {{ return 200 "$connection"; }}
     """.format(www=os.path.join(state, "www"))
     servers = ["server {{ listen 127.0.0.1:{}; {} }}".format(ports["plain"], locations)]
     for name in TLS_SERVERS:

@@ -15,6 +15,8 @@ file once both listen.
     /garbage              bytes that aren't HTTP, then closes
     /hugeheader?size=     a header value of that many bytes
     /redirect?to=         302 to the given target, as it stands
+    /setcookie            an empty reply that sets a cookie for the whole server
+    /auth                 401 with a Basic challenge unless the request has credentials, then echo
     .../YovoServer/<route> the web API; a prefix before /YovoServer picks a behaviour:
                           none = normal, /garbage = a body that isn't XML, /fail = status 500
 """
@@ -76,6 +78,7 @@ class Handler(BaseHTTPRequestHandler):
             "/echo": self.echo, "/status": self.status, "/slow": self.slow,
             "/partial": self.partial, "/truncated": self.truncated, "/garbage": self.garbage,
             "/hugeheader": self.huge_header, "/redirect": self.redirect,
+            "/setcookie": self.set_cookie, "/auth": self.auth,
         }.get(url.path)
         if route is None:
             return self.reply(404, b"no such path\n")
@@ -138,6 +141,14 @@ class Handler(BaseHTTPRequestHandler):
 
     def redirect(self, args, body):
         self.reply(302, b"", headers=[("Location", args.get("to", "/echo"))])
+
+    def set_cookie(self, args, body):
+        self.reply(200, b"", headers=[("Set-Cookie", "yovo=crumb; Path=/")])
+
+    def auth(self, args, body):
+        if self.headers.get("Authorization") is None:
+            return self.reply(401, b"", headers=[("WWW-Authenticate", 'Basic realm="yovo"')])
+        self.echo(args, body)
 
     def web_api(self, url, body):
         prefix, route = url.path.split("/YovoServer/", 1)

@@ -333,3 +333,39 @@ TEST_F(YHttpRequestTest, SecondGetDeletesTheFirstLoop)
     EXPECT_FALSE(after.contains(QStringLiteral("YHttpRequestEventLoop"))) << after.toStdString();
     EXPECT_EQ(first->readAll(), HELLO);
 }
+
+TEST_F(YHttpRequestTest, ConsecutiveGetsOfOneObjectShareTheConnection)
+{
+    YHttpRequest http;
+    for (bool tls : {false, true}) {
+        const char* server = tls ? "selfsigned" : "plain";
+        QNetworkRequest request(QUrl(fixtureUrl(server, "/connection", tls)));
+        QNetworkReply* reply = http.get(request, YDebug::STDERR);
+        ASSERT_EQ(YHttpReply(reply).getHttpStatus(), 200);
+        const QByteArray serial = reply->readAll();
+        EXPECT_FALSE(serial.isEmpty());
+        for (int i = 0; i < 3; ++i) {
+            QNetworkRequest again(QUrl(fixtureUrl(server, "/connection", tls)));
+            reply = http.get(again, YDebug::STDERR);
+            EXPECT_EQ(YHttpReply(reply).getHttpStatus(), 200);
+            EXPECT_EQ(reply->readAll(), serial) << server;
+        }
+        QNetworkRequest hello(QUrl(fixtureUrl(server, "/hello.txt", tls)));
+        reply = http.get(hello, YDebug::STDERR);
+        EXPECT_EQ(YHttpReply(reply).getHttpStatus(), 200);
+        EXPECT_EQ(reply->readAll(), HELLO);
+    }
+}
+
+TEST_F(YHttpRequestTest, AnAbortedGetLeavesTheObjectUsable)
+{
+    YHttpRequest http;
+    QNetworkRequest expired(QUrl(fixtureUrl("expired", "/hello.txt", true)));
+    QNetworkReply* reply = http.get(expired, YDebug::STDERR);
+    EXPECT_EQ(reply->error(), QNetworkReply::OperationCanceledError);
+    QNetworkRequest hello(QUrl(fixtureUrl("selfsigned", "/hello.txt", true)));
+    reply = http.get(hello, YDebug::STDERR);
+    EXPECT_EQ(YHttpReply(reply).getHttpStatus(), 200);
+    EXPECT_EQ(reply->error(), QNetworkReply::NoError);
+    EXPECT_EQ(reply->readAll(), HELLO);
+}
