@@ -23,7 +23,9 @@ ctest_args=(--output-on-failure --timeout 600)
 cmake_args=(-DYOVO_WERROR=ON -DYOVO_BUILD_TESTS=ON -DYOVO_BUILD_EXAMPLES=ON)
 if [ -z "$sanitize" ]; then
     yovo_release_env
-    cmake_args+=(-DYOVO_BUILD_BENCHMARKS=ON -DYOVO_BUILD_FUZZERS=OFF)
+    # Configured for /usr like a distribution's build, so that the Debian packages' test packs
+    # this build instead of compiling the library a second time.
+    cmake_args+=(-DYOVO_BUILD_BENCHMARKS=ON -DYOVO_BUILD_FUZZERS=OFF -DCMAKE_INSTALL_PREFIX=/usr)
 else
     build_dir="build-${sanitize//,/-}"
     build_type="RelWithDebInfo"

@@ -11,7 +11,7 @@ endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 foreach(f include/yovolib/yovolib.h include/yovolib/ydebug.h include/yovolib/yovolib_export.h
-          lib/cmake/YovoLib/YovoLibConfig.cmake lib/pkgconfig/yovolib.pc)
+          ${LIBDIR}/cmake/YovoLib/YovoLibConfig.cmake ${LIBDIR}/pkgconfig/yovolib.pc)
     if(NOT EXISTS ${prefix}/${f})
         message(FATAL_ERROR "not installed: ${f}")
     endif()
@@ -25,17 +25,17 @@ run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/consumer -G ${GENERATOR}
     -DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM} -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
     -DCMAKE_PREFIX_PATH=${prefix})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/consumer)
-run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/lib ${WORK_DIR}/consumer/consumer)
+run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR} ${WORK_DIR}/consumer/consumer)
 if(NOT last_output MATCHES "consumer: ok")
     message(FATAL_ERROR "unexpected output: ${last_output}")
 endif()
-run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/lib ${WORK_DIR}/consumer/every_class)
+run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR} ${WORK_DIR}/consumer/every_class)
 if(NOT last_output MATCHES "every class: ok")
     message(FATAL_ERROR "unexpected output: ${last_output}")
 endif()
 
 # The pkg-config file describes the same library.
-run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${prefix}/lib/pkgconfig pkg-config --libs yovolib)
+run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${prefix}/${LIBDIR}/pkgconfig pkg-config --libs yovolib)
 if(NOT last_output MATCHES "-lyovolib")
     message(FATAL_ERROR "pkg-config: ${last_output}")
 endif()
