@@ -258,11 +258,6 @@ void YJsonValue::deepCopy(const YJsonValue& other)
         m_refData = cloneRefData(other.m_refData);
 }
 
-void YJsonValue::COW()
-{
-    unShare();
-}
-
 void YJsonValue::setRefData(YJsonRefData* data)
 {
     unRef();
@@ -329,21 +324,6 @@ void YJsonValue::setType(YJsonType type)
 // ---------------------------------------------------------------------------------------------
 // Kinds and conversions
 
-YJsonType YJsonValue::getType() const
-{
-    return m_refData ? m_refData->m_type : YJSONTYPE_EMPTY;
-}
-
-bool YJsonValue::isNull() const
-{
-    return getType() == YJSONTYPE_NULL;
-}
-
-bool YJsonValue::isEmpty() const
-{
-    return getType() == YJSONTYPE_EMPTY;
-}
-
 bool YJsonValue::isInt() const
 {
     const YJsonType type = getType();
@@ -354,36 +334,6 @@ bool YJsonValue::isUInt() const
 {
     const YJsonType type = getType();
     return type == YJSONTYPE_UINT || type == YJSONTYPE_UINT64;
-}
-
-bool YJsonValue::isBool() const
-{
-    return getType() == YJSONTYPE_BOOL;
-}
-
-bool YJsonValue::isDouble() const
-{
-    return getType() == YJSONTYPE_DOUBLE;
-}
-
-bool YJsonValue::isString() const
-{
-    return getType() == YJSONTYPE_STRING;
-}
-
-bool YJsonValue::isCString() const
-{
-    return getType() == YJSONTYPE_CSTRING;
-}
-
-bool YJsonValue::isArray() const
-{
-    return getType() == YJSONTYPE_ARRAY;
-}
-
-bool YJsonValue::isObject() const
-{
-    return getType() == YJSONTYPE_OBJECT;
 }
 
 int YJsonValue::asInt() const
@@ -757,12 +707,6 @@ int YJsonValue::getLineNo() const
     const YJsonRefData* data = m_refData;
     Y_ASSERT(data);
     return data->m_lineNo;
-}
-
-void YJsonValue::setLineNo(int lineNo)
-{
-    COW();
-    m_refData->m_lineNo = lineNo;
 }
 
 // ---------------------------------------------------------------------------------------------
