@@ -418,3 +418,33 @@ TEST(YJsonValue, FindGivesPointers)
     EXPECT_EQ(c.find(QStringLiteral("z")), nullptr);
     EXPECT_EQ(c.find(0u), nullptr);
 }
+
+// Arrays move their handles as bytes when they grow: the records must keep their counts, and
+// a copy taken before or during the growth must stay as it was.
+TEST(YJsonValue, GrowingArraysKeepSharingAndCounts)
+{
+    YJsonValue array;
+    YJsonValue element(QStringLiteral("e"));
+    for (int i = 0; i < 100; ++i)
+        array.append(element);
+    EXPECT_EQ(element.getRefData()->getRefCount(), 101);
+    YJsonValue copy = array;
+    for (int i = 0; i < 1000; ++i)
+        array.append(i);
+    EXPECT_EQ(copy.size(), 100);
+    EXPECT_EQ(array.size(), 1100);
+    // The first append after the copy gave the array a vector of its own: the element's record
+    // is now held by the handle, the copy's 100 and the array's 100.
+    EXPECT_EQ(element.getRefData()->getRefCount(), 201);
+    array[0u].cat(QStringLiteral("x"));
+    EXPECT_EQ(array.itemAt(0u).asString(), QStringLiteral("ex"));
+    EXPECT_EQ(copy.itemAt(0u).asString(), QStringLiteral("e"));
+    EXPECT_EQ(element.asString(), QStringLiteral("e"));
+    copy.remove(0);
+    EXPECT_EQ(copy.size(), 99);
+    EXPECT_EQ(array.itemAt(1u).asString(), QStringLiteral("e"));
+    EXPECT_EQ(array.itemAt(1099u).asInt(), 999);
+    array.clear();
+    copy.clear();
+    EXPECT_EQ(element.getRefData()->getRefCount(), 1);
+}
