@@ -6,6 +6,8 @@
 
 #include <QString>
 
+#include <vector>
+
 /// Style flags of YJsonWriter.
 enum
 {
@@ -53,6 +55,32 @@ protected:
     int m_level;
     QString* m_output;
     int m_outputType;
+
+private:
+    // Hands what was gathered to the output at once, unless write() is under way.
+    void flush()
+    {
+        if (!m_buffering)
+            flushNow();
+    }
+    void flushNow();
+    // Room for count more bytes behind the used ones; the caller advances m_used.
+    char* room(size_t count)
+    {
+        if (m_bytes.size() - m_used < count)
+            grow(count);
+        return m_bytes.data() + m_used;
+    }
+    void grow(size_t count);
+    void put(char ch) { *room(1) = ch, ++m_used; }
+
+    // Every character is narrowed to Latin-1 on its way out, so the text is gathered as bytes
+    // and widened into the output once, at the end of write(). The protected operations called
+    // on their own write through at once. The vector's size is its capacity: bytes are
+    // initialised only as it grows, m_used counts those in use.
+    std::vector<char> m_bytes;
+    size_t m_used = 0;
+    bool m_buffering = false;
 };
 
 #endif // YOVOLIB_JSON_WRITER_H
