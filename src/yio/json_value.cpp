@@ -26,7 +26,94 @@ void checkDepth(int depth, const char* operation)
                              .arg(int(YJSON_MAX_DEPTH)));
 }
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define YJSON_RECORD_CACHE 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define YJSON_RECORD_CACHE 0
+#endif
+#endif
+#ifndef YJSON_RECORD_CACHE
+#define YJSON_RECORD_CACHE 1
+#endif
+
+#if YJSON_RECORD_CACHE
+// Freed records of this thread, linked through their first bytes. A record may die on another
+// thread than the one that made it: it then simply joins that thread's list. The lists are
+// bounded, and emptied when their thread ends; a record freed after that, by a static value
+// that dies last, goes straight back to the heap. Plain data, so that reaching it costs no
+// guard: the emptying is arranged when the first record is kept.
+struct RecordCache
+{
+    enum
+    {
+        LIMIT = 1024
+    };
+
+    void* head;
+    int count;
+    bool armed;
+    bool gone;
+};
+
+thread_local RecordCache recordCache = {nullptr, 0, false, false};
+
+struct RecordCacheCleaner
+{
+    ~RecordCacheCleaner()
+    {
+        RecordCache& cache = recordCache;
+        cache.gone = true;
+        while (cache.head) {
+            void* next = *static_cast<void**>(cache.head);
+            ::operator delete(cache.head);
+            cache.head = next;
+        }
+        cache.count = 0;
+    }
+};
+
+void armRecordCache(RecordCache& cache)
+{
+    static thread_local RecordCacheCleaner cleaner;
+    (void)cleaner;
+    cache.armed = true;
+}
+#endif
+
 } // namespace
+
+void* YJsonRefData::operator new(size_t size)
+{
+#if YJSON_RECORD_CACHE
+    RecordCache& cache = recordCache;
+    if (cache.head && size == sizeof(YJsonRefData)) {
+        void* memory = cache.head;
+        cache.head = *static_cast<void**>(memory);
+        --cache.count;
+        return memory;
+    }
+#endif
+    return ::operator new(size);
+}
+
+void YJsonRefData::operator delete(void* memory, size_t size)
+{
+#if YJSON_RECORD_CACHE
+    RecordCache& cache = recordCache;
+    if (memory && size == sizeof(YJsonRefData) && cache.count < RecordCache::LIMIT && !cache.gone) {
+        if (!cache.armed)
+            armRecordCache(cache);
+        *static_cast<void**>(memory) = cache.head;
+        cache.head = memory;
+        ++cache.count;
+        return;
+    }
+#else
+    Q_UNUSED(size);
+#endif
+    ::operator delete(memory);
+}
 
 YJsonRefData::YJsonRefData()
     : m_refCount(1)

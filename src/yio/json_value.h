@@ -44,6 +44,11 @@ public:
     YJsonRefData();
     virtual ~YJsonRefData();
 
+    // Records come and go by the thousand while trees are read and dropped: a few are kept per
+    // thread for reuse. Records of derived classes go to the general heap.
+    static void* operator new(size_t size);
+    static void operator delete(void* memory, size_t size);
+
     int getRefCount() const { return m_refCount; }
 
     // Not a union: members of an earlier kind may keep stale content.
