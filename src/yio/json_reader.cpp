@@ -474,14 +474,37 @@ int YJsonReader::skipWhiteSpace()
 {
     int ch;
     do {
-        // Blanks and tabs only move the column: they are passed over in one sweep.
+        // Blanks, tabs and LFs are passed over in one sweep, counted as readChar counts them;
+        // a CR, with its rules for the line, goes through readChar.
         if (m_peekChar < 0) {
             const QChar* data = m_inObject->constData();
             const int size = m_inObject->size();
             int pos = m_inPos;
-            while (pos < size && (data[pos] == QLatin1Char(' ') || data[pos] == QLatin1Char('\t')))
-                ++pos;
-            m_colNo += pos - m_inPos;
+            int column = m_colNo;
+            for (;;) {
+                const int start = pos;
+                // Indentation comes in runs of blanks, taken four at a time.
+                const quint64 fourBlanks = Q_UINT64_C(0x0020002000200020);
+                while (size - pos >= 4) {
+                    quint64 four;
+                    std::memcpy(&four, data + pos, sizeof(four));
+                    if (four != fourBlanks)
+                        break;
+                    pos += 4;
+                }
+                while (
+                    pos < size && (data[pos] == QLatin1Char(' ') || data[pos] == QLatin1Char('\t')))
+                    ++pos;
+                column += pos - start;
+                if (pos < size && data[pos] == QLatin1Char('\n')) {
+                    ++m_lineNo;
+                    column = 1;
+                    ++pos;
+                    continue;
+                }
+                break;
+            }
+            m_colNo = column;
             m_inPos = pos;
         }
         ch = readChar();

@@ -559,3 +559,28 @@ TEST(YJsonReader, RepeatedTextsStayIndependent)
     EXPECT_EQ(second.itemAt(1u).asString(), QStringLiteral("same\n"));
     EXPECT_EQ(first.itemAt(1u).asString(), QStringLiteral("other"));
 }
+
+// Runs of blanks are passed over several at a time: lines and columns must come out as they do
+// one character at a time, whatever the length of the run and wherever tabs and LFs stand in it.
+TEST(YJsonReader, ColumnsAfterRunsOfBlanks)
+{
+    for (int lines = 0; lines < 3; ++lines) {
+        for (int blanks = 0; blanks < 20; ++blanks) {
+            for (int tab = -1; tab < blanks; ++tab) {
+                QString run = QString(lines, QLatin1Char('\n'));
+                for (int i = 0; i < blanks; ++i)
+                    run += i == tab ? QLatin1Char('\t') : QLatin1Char(' ');
+                // The blanks before the LFs don't count on the line where the value stands.
+                const QString text = QStringLiteral("[      \n") + run + QStringLiteral("1 x]");
+                const Result r = read(text);
+                const QString expected = QStringLiteral(
+                    "Error: line %1, col %2 - Value 'x' cannot follow a value: ',' "
+                    "or ':' missing?")
+                                             .arg(2 + lines)
+                                             .arg(blanks + 5);
+                ASSERT_EQ(r.errors, QStringList {expected}) << lines << " " << blanks << " " << tab;
+                EXPECT_EQ(r.root.itemAt(0u).getLineNo(), 2 + lines);
+            }
+        }
+    }
+}
