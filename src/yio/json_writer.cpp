@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -14,7 +15,9 @@ namespace {
 // rounded away from zero (not to even, as the C library would), trailing zeros dropped, and the
 // exponent form below 1e-4 and from 1e6 on, zero without a sign. Gives the length, or 0 if the
 // buffer is too small.
-int formatDouble(double d, char* out, int capacity)
+// The six significant digits of a finite d, rounded as Qt rounds them, and the decimal exponent
+// of the first. False if the conversion failed.
+bool sixDigits(double d, char* kept, int& exponent, bool& negative, bool& zero)
 {
     // The shortest text that reads back as d rounds to the same six digits as d itself, unless
     // it stands exactly on a tie (seven digits, the last a 5): there forty correctly rounded
@@ -23,8 +26,6 @@ int formatDouble(double d, char* out, int capacity)
     char wide[64];
     char digits[48];
     int count = 0;
-    int exponent = 0;
-    bool negative = false;
     const bool coarse = std::fpclassify(d) == FP_SUBNORMAL;
     for (int precision : {-1, 39}) {
         if (precision < 0 && coarse)
@@ -33,7 +34,7 @@ int formatDouble(double d, char* out, int capacity)
             ? std::to_chars(wide, wide + sizeof(wide), d, std::chars_format::scientific)
             : std::to_chars(wide, wide + sizeof(wide), d, std::chars_format::scientific, precision);
         if (r.ec != std::errc())
-            return 0;
+            return false;
         const char* p = wide;
         negative = *p == '-';
         if (negative)
@@ -56,10 +57,9 @@ int formatDouble(double d, char* out, int capacity)
     }
     for (int i = count; i < 7; ++i)
         digits[i] = '0';
-    bool zero = true;
+    zero = true;
     for (int i = 0; i < count; ++i)
         zero = zero && digits[i] == '0';
-    char kept[7] = {'0', '0', '0', '0', '0', '0', 0};
     if (!zero) {
         for (int i = 0; i < 6; ++i)
             kept[i] = digits[i];
@@ -77,6 +77,58 @@ int formatDouble(double d, char* out, int capacity)
     } else {
         exponent = 0;
     }
+    return true;
+}
+
+// The same for most doubles in a few operations: d scaled by an exact power of ten into
+// [1e5, 1e6) is rounded once, with an error far below 1e-9; where the fraction is that close
+// to one half, a tie included, the answer is left to sixDigits.
+bool quickSixDigits(double d, char* kept, int& exponent)
+{
+    static const double powers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11,
+        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    const double a = std::fabs(d);
+    if (!(a >= 1e-5 && a < 1e15))
+        return false;
+    int e10 = int(std::floor(std::log10(a)));
+    double m = 0;
+    for (int attempt = 0;; ++attempt) {
+        const int k = 5 - e10;
+        if (k < -22 || k > 22 || attempt > 2)
+            return false;
+        m = k >= 0 ? a * powers[k] : a / powers[-k];
+        if (m < 1e5)
+            --e10;
+        else if (m >= 1e6)
+            ++e10;
+        else
+            break;
+    }
+    const double whole = std::floor(m);
+    const double fraction = m - whole;
+    if (std::fabs(fraction - 0.5) < 1e-6)
+        return false;
+    long rounded = long(whole) + (fraction > 0.5 ? 1 : 0);
+    if (rounded == 1000000) {
+        rounded = 100000;
+        ++e10;
+    }
+    for (int i = 5; i >= 0; --i) {
+        kept[i] = char('0' + rounded % 10);
+        rounded /= 10;
+    }
+    exponent = e10;
+    return true;
+}
+
+int formatDouble(double d, char* out, int capacity)
+{
+    char kept[7] = {'0', '0', '0', '0', '0', '0', 0};
+    int exponent = 0;
+    bool negative = std::signbit(d);
+    bool zero = false;
+    if (!quickSixDigits(d, kept, exponent) && !sixDigits(d, kept, exponent, negative, zero))
+        return 0;
     int significant = 6;
     while (significant > 1 && kept[significant - 1] == '0')
         --significant;
@@ -208,8 +260,8 @@ void YJsonWriter::write(const YJsonValue& value, QString& text)
     m_buffering = false;
     flushNow();
     m_output = nullptr;
-    if (m_bytes.size() > keptCapacity)
-        std::vector<char>().swap(m_bytes);
+    if (size_t(m_bytes.size()) > keptCapacity)
+        m_bytes = QByteArray();
 }
 
 void YJsonWriter::flushNow()
@@ -221,7 +273,11 @@ void YJsonWriter::flushNow()
 
 void YJsonWriter::grow(size_t count)
 {
-    m_bytes.resize(std::max(m_used + count, 2 * m_bytes.size() + 256));
+    const size_t limit = size_t(std::numeric_limits<int>::max());
+    const size_t needed = m_used + count;
+    if (needed > limit)
+        throw YException("YJsonWriter::write() - the text is beyond what a string can hold");
+    m_bytes.resize(int(std::max(needed, std::min(2 * size_t(m_bytes.size()) + 256, limit))));
 }
 
 int YJsonWriter::doWrite(const YJsonValue& value, const QString* key, bool comma)

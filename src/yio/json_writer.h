@@ -4,9 +4,8 @@
 #include "json_value.h"
 #include "yovolib_export.h"
 
+#include <QByteArray>
 #include <QString>
-
-#include <vector>
 
 /// Style flags of YJsonWriter.
 enum
@@ -67,7 +66,7 @@ private:
     // Room for count more bytes behind the used ones; the caller advances m_used.
     char* room(size_t count)
     {
-        if (m_bytes.size() - m_used < count)
+        if (size_t(m_bytes.size()) - m_used < count)
             grow(count);
         return m_bytes.data() + m_used;
     }
@@ -76,9 +75,9 @@ private:
 
     // Every character is narrowed to Latin-1 on its way out, so the text is gathered as bytes
     // and widened into the output once, at the end of write(). The protected operations called
-    // on their own write through at once. The vector's size is its capacity: bytes are
-    // initialised only as it grows, m_used counts those in use.
-    std::vector<char> m_bytes;
+    // on their own write through at once. The array's size is its capacity, grown without
+    // initialising the bytes; m_used counts those in use.
+    QByteArray m_bytes;
     size_t m_used = 0;
     bool m_buffering = false;
 };
