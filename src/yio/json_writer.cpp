@@ -240,6 +240,27 @@ YJsonWriter::YJsonWriter(int style, int indent, int step)
     }
 }
 
+YJsonWriter::YJsonWriter(const YJsonWriter& other)
+    : m_style(other.m_style)
+    , m_indent(other.m_indent)
+    , m_step(other.m_step)
+    , m_level(other.m_level)
+    , m_output(other.m_output)
+    , m_outputType(other.m_outputType)
+{
+}
+
+YJsonWriter& YJsonWriter::operator=(const YJsonWriter& other)
+{
+    m_style = other.m_style;
+    m_indent = other.m_indent;
+    m_step = other.m_step;
+    m_level = other.m_level;
+    m_output = other.m_output;
+    m_outputType = other.m_outputType;
+    return *this;
+}
+
 YJsonWriter::~YJsonWriter() = default;
 
 void YJsonWriter::write(const YJsonValue& value, QString& text)
@@ -260,14 +281,16 @@ void YJsonWriter::write(const YJsonValue& value, QString& text)
     m_buffering = false;
     flushNow();
     m_output = nullptr;
-    if (size_t(m_bytes.size()) > keptCapacity)
-        m_bytes = QByteArray();
+    if (m_capacity > keptCapacity) {
+        m_bytes.reset();
+        m_capacity = 0;
+    }
 }
 
 void YJsonWriter::flushNow()
 {
     if (m_output && m_used > 0)
-        m_output->append(QLatin1String(m_bytes.data(), int(m_used)));
+        m_output->append(QLatin1String(m_bytes.get(), int(m_used)));
     m_used = 0;
 }
 
@@ -277,7 +300,12 @@ void YJsonWriter::grow(size_t count)
     const size_t needed = m_used + count;
     if (needed > limit)
         throw YException("YJsonWriter::write() - the text is beyond what a string can hold");
-    m_bytes.resize(int(std::max(needed, std::min(2 * size_t(m_bytes.size()) + 256, limit))));
+    const size_t capacity = std::max(needed, std::min(2 * m_capacity + 256, limit));
+    std::unique_ptr<char[]> bytes(new char[capacity]);
+    if (m_used > 0)
+        std::memcpy(bytes.get(), m_bytes.get(), m_used);
+    m_bytes = std::move(bytes);
+    m_capacity = capacity;
 }
 
 int YJsonWriter::doWrite(const YJsonValue& value, const QString* key, bool comma)

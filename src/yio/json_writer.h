@@ -4,8 +4,9 @@
 #include "json_value.h"
 #include "yovolib_export.h"
 
-#include <QByteArray>
 #include <QString>
+
+#include <memory>
 
 /// Style flags of YJsonWriter.
 enum
@@ -25,6 +26,9 @@ class YOVOLIB_EXPORT YJsonWriter
 {
 public:
     YJsonWriter(int style = YJSONWRITER_STYLED, int indent = 0, int step = 3);
+    // A copy takes the settings and the state, not the scratch space of the text.
+    YJsonWriter(const YJsonWriter& other);
+    YJsonWriter& operator=(const YJsonWriter& other);
     virtual ~YJsonWriter();
 
     /// Appends the text of the value to 'text'; it isn't cleared first.
@@ -66,18 +70,18 @@ private:
     // Room for count more bytes behind the used ones; the caller advances m_used.
     char* room(size_t count)
     {
-        if (size_t(m_bytes.size()) - m_used < count)
+        if (m_capacity - m_used < count)
             grow(count);
-        return m_bytes.data() + m_used;
+        return m_bytes.get() + m_used;
     }
     void grow(size_t count);
     void put(char ch) { *room(1) = ch, ++m_used; }
 
     // Every character is narrowed to Latin-1 on its way out, so the text is gathered as bytes
     // and widened into the output once, at the end of write(). The protected operations called
-    // on their own write through at once. The array's size is its capacity, grown without
-    // initialising the bytes; m_used counts those in use.
-    QByteArray m_bytes;
+    // on their own write through at once. m_used counts the bytes in use of m_capacity.
+    std::unique_ptr<char[]> m_bytes;
+    size_t m_capacity = 0;
     size_t m_used = 0;
     bool m_buffering = false;
 };

@@ -391,6 +391,16 @@ TEST(YJsonWriter, ReusedWriterAppends)
     QString third;
     writer.write(big, third);
     EXPECT_EQ(third, first);
+    // Copies take the settings and write on their own.
+    YJsonWriter copy(writer);
+    YJsonWriter plain(YJSONWRITER_NONE);
+    QString fourth;
+    copy.write(big, fourth);
+    EXPECT_EQ(fourth, first);
+    plain = copy;
+    QString fifth;
+    plain.write(array(1, 2), fifth);
+    EXPECT_EQ(fifth, QStringLiteral("[\n   1,\n   2\n]\n"));
     // Beyond Latin-1 the narrowing leaves a 0 character.
     const QString start = QStringLiteral("[\n   \"item 0 \\/ ") + QChar(0)
         + QStringLiteral("\",\n   \"item 1 \\/ ") + QChar(0) + QStringLiteral("\",\n");
