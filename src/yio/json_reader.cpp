@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace {
@@ -28,21 +29,31 @@ bool toULong32(const QString& token, unsigned int& result)
     return true;
 }
 
+inline unsigned code(QChar c)
+{
+    return c.unicode();
+}
+
+inline unsigned code(char c)
+{
+    return static_cast<unsigned char>(c);
+}
+
 // The common case of an integer text, [+-]?[0-9]{1,18}, read without Qt's locale machinery. Any
 // other text goes to Qt's conversions, so both ways give the same answers.
-bool plainInteger(const QChar* p, int n, qint64& result)
+template<typename Char> bool plainInteger(const Char* p, int n, qint64& result)
 {
     int i = 0;
     bool negative = false;
-    if (n > 0 && (p[0] == QLatin1Char('+') || p[0] == QLatin1Char('-'))) {
-        negative = p[0] == QLatin1Char('-');
+    if (n > 0 && (code(p[0]) == '+' || code(p[0]) == '-')) {
+        negative = code(p[0]) == '-';
         i = 1;
     }
     if (i >= n || n - i > 18)
         return false;
     qint64 value = 0;
     for (; i < n; ++i) {
-        const ushort c = p[i].unicode();
+        const unsigned c = code(p[i]);
         if (c < '0' || c > '9')
             return false;
         value = value * 10 + (c - '0');
@@ -53,45 +64,96 @@ bool plainInteger(const QChar* p, int n, qint64& result)
 
 // A number in the strict JSON form (a '+' allowed in front), converted exactly, as Qt's
 // conversion would. Other forms, and results that over- or underflow, go to Qt.
-bool plainDouble(const QChar* p, int n, double& result)
+template<typename Char> bool plainDouble(const Char* p, int n, double& result)
 {
     char buffer[80];
     if (n >= int(sizeof(buffer)))
         return false;
     int i = 0;
     int length = 0;
-    if (i < n && p[i] == QLatin1Char('+'))
+    bool negative = false;
+    if (i < n && code(p[i]) == '+') {
         ++i;
-    else if (i < n && p[i] == QLatin1Char('-'))
-        buffer[length++] = p[i++].toLatin1();
+    } else if (i < n && code(p[i]) == '-') {
+        buffer[length++] = '-';
+        negative = true;
+        ++i;
+    }
+    // The digits are also gathered as an integer while they fit, for the exact short way below.
+    quint64 mantissa = 0;
+    int significant = 0;
+    bool inMantissa = true;
     auto digits = [&]() {
         int count = 0;
-        while (i < n && p[i] >= QLatin1Char('0') && p[i] <= QLatin1Char('9')) {
-            buffer[length++] = p[i++].toLatin1();
+        while (i < n && code(p[i]) >= '0' && code(p[i]) <= '9') {
+            const unsigned digit = code(p[i]) - '0';
+            buffer[length++] = char('0' + digit);
+            if (inMantissa && (significant > 0 || digit != 0)) {
+                if (significant < 19)
+                    mantissa = mantissa * 10 + digit;
+                ++significant;
+            }
+            ++i;
             ++count;
         }
         return count;
     };
     const int start = i;
     const int whole = digits();
-    if (whole == 0 || (whole > 1 && p[start] == QLatin1Char('0')))
+    if (whole == 0 || (whole > 1 && code(p[start]) == '0'))
         return false;
-    if (i < n && p[i] == QLatin1Char('.')) {
+    int fraction = 0;
+    if (i < n && code(p[i]) == '.') {
         buffer[length++] = '.';
         ++i;
-        if (digits() == 0)
+        fraction = digits();
+        if (fraction == 0)
             return false;
     }
-    if (i < n && (p[i] == QLatin1Char('e') || p[i] == QLatin1Char('E'))) {
+    int exponent = 0;
+    bool exponentFits = true;
+    if (i < n && (code(p[i]) == 'e' || code(p[i]) == 'E')) {
         buffer[length++] = 'e';
         ++i;
-        if (i < n && (p[i] == QLatin1Char('+') || p[i] == QLatin1Char('-')))
-            buffer[length++] = p[i++].toLatin1();
+        inMantissa = false;
+        bool negativeExponent = false;
+        if (i < n && (code(p[i]) == '+' || code(p[i]) == '-')) {
+            negativeExponent = code(p[i]) == '-';
+            buffer[length++] = char(code(p[i]));
+            ++i;
+        }
+        const int first = i;
         if (digits() == 0)
             return false;
+        for (int k = first; k < i; ++k) {
+            exponent = exponent * 10 + int(code(p[k]) - '0');
+            if (exponent > 100000) {
+                exponentFits = false;
+                break;
+            }
+        }
+        if (negativeExponent)
+            exponent = -exponent;
     }
     if (i != n)
         return false;
+
+    // Up to 2^53 and with a power of ten up to 10^22 both operands are exact doubles, so the
+    // one rounding of a product or a quotient is the correct one, which from_chars would give.
+    static const double powers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11,
+        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    const int scale = exponent - fraction;
+    if (exponentFits && significant <= 19 && mantissa <= (quint64(1) << 53) && scale >= -22
+        && scale <= 22) {
+        double value = static_cast<double>(mantissa);
+        if (scale < 0)
+            value /= powers[-scale];
+        else
+            value *= powers[scale];
+        result = negative ? -value : value;
+        return true;
+    }
+
     double value = 0;
     const std::from_chars_result r = std::from_chars(buffer, buffer + length, value);
     if (r.ec != std::errc() || r.ptr != buffer + length || std::fpclassify(value) == FP_SUBNORMAL)
@@ -106,6 +168,35 @@ bool readLiteral(const QString& token, const char* word)
 }
 
 } // namespace
+
+// Member names, and many values, come back again and again in a document: a short text that
+// was read before is taken from here, sharing its characters, instead of being allocated anew.
+// A slot keeps the last text whose hash led to it.
+struct YJsonReader::StringCache
+{
+    enum
+    {
+        SLOTS = 256,
+        MAX_LENGTH = 32
+    };
+
+    QString slots[SLOTS];
+
+    QString take(const QChar* data, int length)
+    {
+        if (length > MAX_LENGTH)
+            return QString(data, length);
+        unsigned hash = unsigned(length);
+        for (int i = 0; i < length; ++i)
+            hash = hash * 31 + data[i].unicode();
+        hash ^= hash >> 11;
+        QString& slot = slots[hash % SLOTS];
+        if (slot.size() != length
+            || std::memcmp(slot.constData(), data, sizeof(QChar) * size_t(length)) != 0)
+            slot = QString(data, length);
+        return slot;
+    }
+};
 
 YJsonReader::YJsonReader(int flags, int maxErrors)
     : m_flags(flags)
@@ -131,6 +222,8 @@ int YJsonReader::parse(const QString& text, YJsonValue* root)
     m_inObject = &text;
     m_inType = 0;
     m_inPos = 0;
+    StringCache strings;
+    m_strings = &strings;
     int result;
     if (root) {
         result = parse(root);
@@ -140,6 +233,7 @@ int YJsonReader::parse(const QString& text, YJsonValue* root)
     }
     // Nothing of this parse may be reached through the object afterwards.
     m_inObject = nullptr;
+    m_strings = nullptr;
     m_current = nullptr;
     m_lastStored = nullptr;
     m_next = nullptr;
@@ -380,14 +474,37 @@ int YJsonReader::skipWhiteSpace()
 {
     int ch;
     do {
-        // Blanks and tabs only move the column: they are passed over in one sweep.
+        // Blanks, tabs and LFs are passed over in one sweep, counted as readChar counts them;
+        // a CR, with its rules for the line, goes through readChar.
         if (m_peekChar < 0) {
             const QChar* data = m_inObject->constData();
             const int size = m_inObject->size();
             int pos = m_inPos;
-            while (pos < size && (data[pos] == QLatin1Char(' ') || data[pos] == QLatin1Char('\t')))
-                ++pos;
-            m_colNo += pos - m_inPos;
+            int column = m_colNo;
+            for (;;) {
+                const int start = pos;
+                // Indentation comes in runs of blanks, taken four at a time.
+                const quint64 fourBlanks = Q_UINT64_C(0x0020002000200020);
+                while (size - pos >= 4) {
+                    quint64 four;
+                    std::memcpy(&four, data + pos, sizeof(four));
+                    if (four != fourBlanks)
+                        break;
+                    pos += 4;
+                }
+                while (
+                    pos < size && (data[pos] == QLatin1Char(' ') || data[pos] == QLatin1Char('\t')))
+                    ++pos;
+                column += pos - start;
+                if (pos < size && data[pos] == QLatin1Char('\n')) {
+                    ++m_lineNo;
+                    column = 1;
+                    ++pos;
+                    continue;
+                }
+                break;
+            }
+            m_colNo = column;
             m_inPos = pos;
         }
         ch = readChar();
@@ -462,7 +579,13 @@ int YJsonReader::readString(YJsonValue& value)
                 ++pos;
             }
             if (pos > start) {
-                text.append(data + start, pos - start);
+                // Most strings are one run: made to measure, without the growth of append.
+                if (text.isEmpty() && pos < size && data[pos] == QLatin1Char('"') && m_strings)
+                    text = m_strings->take(data + start, pos - start);
+                else if (text.isEmpty())
+                    text = QString(data + start, pos - start);
+                else
+                    text.append(data + start, pos - start);
                 m_colNo += pos - start;
                 m_inPos = pos;
             }
@@ -626,11 +749,11 @@ int YJsonReader::readValue(int ch, YJsonValue& value)
             ++pos;
         }
         if (pos == size || (pos - start < 64 && endsToken(data[pos].unicode()))) {
-            QChar buffer[66];
-            buffer[0] = QChar(ch);
+            char buffer[66];
+            buffer[0] = char(ch);
             const int n = pos - start + 1;
             for (int i = 1; i < n; ++i)
-                buffer[i] = data[start + i - 1];
+                buffer[i] = char(data[start + i - 1].unicode());
             qint64 plain = 0;
             double d = 0;
             bool done = false;

@@ -79,7 +79,12 @@ protected:
     int m_peekChar;
 
 private:
+    // Texts read during one parse, shared by the values that repeat them.
+    struct StringCache;
+
     int skipTooDeep();
+
+    StringCache* m_strings = nullptr;
 };
 
 #endif // YOVOLIB_JSON_READER_H

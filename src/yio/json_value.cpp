@@ -26,7 +26,94 @@ void checkDepth(int depth, const char* operation)
                              .arg(int(YJSON_MAX_DEPTH)));
 }
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define YJSON_RECORD_CACHE 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define YJSON_RECORD_CACHE 0
+#endif
+#endif
+#ifndef YJSON_RECORD_CACHE
+#define YJSON_RECORD_CACHE 1
+#endif
+
+#if YJSON_RECORD_CACHE
+// Freed records of this thread, linked through their first bytes. A record may die on another
+// thread than the one that made it: it then simply joins that thread's list. The lists are
+// bounded, and emptied when their thread ends; a record freed after that, by a static value
+// that dies last, goes straight back to the heap. Plain data, so that reaching it costs no
+// guard: the emptying is arranged when the first record is kept.
+struct RecordCache
+{
+    enum
+    {
+        LIMIT = 1024
+    };
+
+    void* head;
+    int count;
+    bool armed;
+    bool gone;
+};
+
+thread_local RecordCache recordCache = {nullptr, 0, false, false};
+
+struct RecordCacheCleaner
+{
+    ~RecordCacheCleaner()
+    {
+        RecordCache& cache = recordCache;
+        cache.gone = true;
+        while (cache.head) {
+            void* next = *static_cast<void**>(cache.head);
+            ::operator delete(cache.head);
+            cache.head = next;
+        }
+        cache.count = 0;
+    }
+};
+
+void armRecordCache(RecordCache& cache)
+{
+    static thread_local RecordCacheCleaner cleaner;
+    (void)cleaner;
+    cache.armed = true;
+}
+#endif
+
 } // namespace
+
+void* YJsonRefData::operator new(size_t size)
+{
+#if YJSON_RECORD_CACHE
+    RecordCache& cache = recordCache;
+    if (cache.head && size == sizeof(YJsonRefData)) {
+        void* memory = cache.head;
+        cache.head = *static_cast<void**>(memory);
+        --cache.count;
+        return memory;
+    }
+#endif
+    return ::operator new(size);
+}
+
+void YJsonRefData::operator delete(void* memory, size_t size)
+{
+#if YJSON_RECORD_CACHE
+    RecordCache& cache = recordCache;
+    if (memory && size == sizeof(YJsonRefData) && cache.count < RecordCache::LIMIT && !cache.gone) {
+        if (!cache.armed)
+            armRecordCache(cache);
+        *static_cast<void**>(memory) = cache.head;
+        cache.head = memory;
+        ++cache.count;
+        return;
+    }
+#else
+    Q_UNUSED(size);
+#endif
+    ::operator delete(memory);
+}
 
 YJsonRefData::YJsonRefData()
     : m_refCount(1)
@@ -258,11 +345,6 @@ void YJsonValue::deepCopy(const YJsonValue& other)
         m_refData = cloneRefData(other.m_refData);
 }
 
-void YJsonValue::COW()
-{
-    unShare();
-}
-
 void YJsonValue::setRefData(YJsonRefData* data)
 {
     unRef();
@@ -329,21 +411,6 @@ void YJsonValue::setType(YJsonType type)
 // ---------------------------------------------------------------------------------------------
 // Kinds and conversions
 
-YJsonType YJsonValue::getType() const
-{
-    return m_refData ? m_refData->m_type : YJSONTYPE_EMPTY;
-}
-
-bool YJsonValue::isNull() const
-{
-    return getType() == YJSONTYPE_NULL;
-}
-
-bool YJsonValue::isEmpty() const
-{
-    return getType() == YJSONTYPE_EMPTY;
-}
-
 bool YJsonValue::isInt() const
 {
     const YJsonType type = getType();
@@ -354,36 +421,6 @@ bool YJsonValue::isUInt() const
 {
     const YJsonType type = getType();
     return type == YJSONTYPE_UINT || type == YJSONTYPE_UINT64;
-}
-
-bool YJsonValue::isBool() const
-{
-    return getType() == YJSONTYPE_BOOL;
-}
-
-bool YJsonValue::isDouble() const
-{
-    return getType() == YJSONTYPE_DOUBLE;
-}
-
-bool YJsonValue::isString() const
-{
-    return getType() == YJSONTYPE_STRING;
-}
-
-bool YJsonValue::isCString() const
-{
-    return getType() == YJSONTYPE_CSTRING;
-}
-
-bool YJsonValue::isArray() const
-{
-    return getType() == YJSONTYPE_ARRAY;
-}
-
-bool YJsonValue::isObject() const
-{
-    return getType() == YJSONTYPE_OBJECT;
 }
 
 int YJsonValue::asInt() const
@@ -757,12 +794,6 @@ int YJsonValue::getLineNo() const
     const YJsonRefData* data = m_refData;
     Y_ASSERT(data);
     return data->m_lineNo;
-}
-
-void YJsonValue::setLineNo(int lineNo)
-{
-    COW();
-    m_refData->m_lineNo = lineNo;
 }
 
 // ---------------------------------------------------------------------------------------------

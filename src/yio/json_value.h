@@ -44,6 +44,11 @@ public:
     YJsonRefData();
     virtual ~YJsonRefData();
 
+    // Records come and go by the thousand while trees are read and dropped: a few are kept per
+    // thread for reuse. Records of derived classes go to the general heap.
+    static void* operator new(size_t size);
+    static void operator delete(void* memory, size_t size);
+
     int getRefCount() const { return m_refCount; }
 
     // Not a union: members of an earlier kind may keep stale content.
@@ -91,17 +96,17 @@ public:
     YJsonValue& operator=(const char* value);
     YJsonValue& operator=(const QString& value);
 
-    YJsonType getType() const;
-    bool isNull() const;
-    bool isEmpty() const;
+    YJsonType getType() const { return m_refData ? m_refData->m_type : YJSONTYPE_EMPTY; }
+    bool isNull() const { return getType() == YJSONTYPE_NULL; }
+    bool isEmpty() const { return getType() == YJSONTYPE_EMPTY; }
     bool isInt() const;
     bool isUInt() const;
-    bool isBool() const;
-    bool isDouble() const;
-    bool isString() const;
-    bool isCString() const;
-    bool isArray() const;
-    bool isObject() const;
+    bool isBool() const { return getType() == YJSONTYPE_BOOL; }
+    bool isDouble() const { return getType() == YJSONTYPE_DOUBLE; }
+    bool isString() const { return getType() == YJSONTYPE_STRING; }
+    bool isCString() const { return getType() == YJSONTYPE_CSTRING; }
+    bool isArray() const { return getType() == YJSONTYPE_ARRAY; }
+    bool isObject() const { return getType() == YJSONTYPE_OBJECT; }
 
     /// A BOOL is accepted but doesn't give its truth value: use asUInt or asBool for that.
     int asInt() const;
@@ -151,7 +156,11 @@ public:
     void clearComments();
 
     int getLineNo() const;
-    void setLineNo(int lineNo);
+    void setLineNo(int lineNo)
+    {
+        COW();
+        m_refData->m_lineNo = lineNo;
+    }
 
     /// Compares by meaning: numbers across kinds, arrays as multisets, comments ignored. Trees
     /// nested deeper than YJSON_MAX_DEPTH raise YException.
@@ -171,7 +180,12 @@ protected:
     void unRef();
     void unShare();
     void deepCopy(const YJsonValue& other);
-    void COW();
+    // A record held by this handle alone is the common case, and is settled here.
+    void COW()
+    {
+        if (!m_refData || m_refData->m_refCount != 1)
+            unShare();
+    }
     void setRefData(YJsonRefData* data);
 
     virtual YJsonRefData* cloneRefData(const YJsonRefData* other) const;
@@ -193,5 +207,9 @@ private:
 
     YJsonRefData* m_refData;
 };
+
+// A handle is a pointer behind its virtual table: containers may move it as bytes, which spares
+// a reference count up and down per element each time an array grows.
+Q_DECLARE_TYPEINFO(YJsonValue, Q_MOVABLE_TYPE);
 
 #endif // YOVOLIB_JSON_VALUE_H

@@ -3,9 +3,11 @@
 #include "yassert.h"
 #include "yexception.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -13,35 +15,51 @@ namespace {
 // rounded away from zero (not to even, as the C library would), trailing zeros dropped, and the
 // exponent form below 1e-4 and from 1e6 on, zero without a sign. Gives the length, or 0 if the
 // buffer is too small.
-int formatDouble(double d, char* out, int capacity)
+// The six significant digits of a finite d, rounded as Qt rounds them, and the decimal exponent
+// of the first. False if the conversion failed.
+bool sixDigits(double d, char* kept, int& exponent, bool& negative, bool& zero)
 {
-    // Forty correctly rounded digits decide the sixth: no double lies that close to a tie
-    // without being one.
+    // The shortest text that reads back as d rounds to the same six digits as d itself, unless
+    // it stands exactly on a tie (seven digits, the last a 5): there forty correctly rounded
+    // digits decide, as no double lies that close to a tie without being one. Below the normal
+    // range a double is too coarse for the shortest text to say anything about six digits.
     char wide[64];
-    const std::to_chars_result r
-        = std::to_chars(wide, wide + sizeof(wide), d, std::chars_format::scientific, 39);
-    if (r.ec != std::errc())
-        return 0;
-    const char* p = wide;
-    const bool negative = *p == '-';
-    if (negative)
-        ++p;
-    char digits[41];
+    char digits[48];
     int count = 0;
-    for (; p < r.ptr && *p != 'e'; ++p) {
-        if (*p != '.')
-            digits[count++] = *p;
+    const bool coarse = std::fpclassify(d) == FP_SUBNORMAL;
+    for (int precision : {-1, 39}) {
+        if (precision < 0 && coarse)
+            continue;
+        const std::to_chars_result r = precision < 0
+            ? std::to_chars(wide, wide + sizeof(wide), d, std::chars_format::scientific)
+            : std::to_chars(wide, wide + sizeof(wide), d, std::chars_format::scientific, precision);
+        if (r.ec != std::errc())
+            return false;
+        const char* p = wide;
+        negative = *p == '-';
+        if (negative)
+            ++p;
+        count = 0;
+        for (; p < r.ptr && *p != 'e' && count < 41; ++p) {
+            if (*p != '.')
+                digits[count++] = *p;
+        }
+        while (p < r.ptr && *p != 'e')
+            ++p;
+        exponent = 0;
+        const bool negativeExponent = p + 1 < r.ptr && p[1] == '-';
+        for (const char* e = p + 2; e < r.ptr; ++e)
+            exponent = exponent * 10 + (*e - '0');
+        if (negativeExponent)
+            exponent = -exponent;
+        if (!(count == 7 && digits[6] == '5'))
+            break;
     }
-    int exponent = 0;
-    const bool negativeExponent = p + 1 < r.ptr && p[1] == '-';
-    for (const char* e = p + 2; e < r.ptr; ++e)
-        exponent = exponent * 10 + (*e - '0');
-    if (negativeExponent)
-        exponent = -exponent;
-    bool zero = true;
+    for (int i = count; i < 7; ++i)
+        digits[i] = '0';
+    zero = true;
     for (int i = 0; i < count; ++i)
         zero = zero && digits[i] == '0';
-    char kept[7] = {'0', '0', '0', '0', '0', '0', 0};
     if (!zero) {
         for (int i = 0; i < 6; ++i)
             kept[i] = digits[i];
@@ -59,6 +77,58 @@ int formatDouble(double d, char* out, int capacity)
     } else {
         exponent = 0;
     }
+    return true;
+}
+
+// The same for most doubles in a few operations: d scaled by an exact power of ten into
+// [1e5, 1e6) is rounded once, with an error far below 1e-9; where the fraction is that close
+// to one half, a tie included, the answer is left to sixDigits.
+bool quickSixDigits(double d, char* kept, int& exponent)
+{
+    static const double powers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11,
+        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    const double a = std::fabs(d);
+    if (!(a >= 1e-5 && a < 1e15))
+        return false;
+    int e10 = int(std::floor(std::log10(a)));
+    double m = 0;
+    for (int attempt = 0;; ++attempt) {
+        const int k = 5 - e10;
+        if (k < -22 || k > 22 || attempt > 2)
+            return false;
+        m = k >= 0 ? a * powers[k] : a / powers[-k];
+        if (m < 1e5)
+            --e10;
+        else if (m >= 1e6)
+            ++e10;
+        else
+            break;
+    }
+    const double whole = std::floor(m);
+    const double fraction = m - whole;
+    if (std::fabs(fraction - 0.5) < 1e-6)
+        return false;
+    long rounded = long(whole) + (fraction > 0.5 ? 1 : 0);
+    if (rounded == 1000000) {
+        rounded = 100000;
+        ++e10;
+    }
+    for (int i = 5; i >= 0; --i) {
+        kept[i] = char('0' + rounded % 10);
+        rounded /= 10;
+    }
+    exponent = e10;
+    return true;
+}
+
+int formatDouble(double d, char* out, int capacity)
+{
+    char kept[7] = {'0', '0', '0', '0', '0', '0', 0};
+    int exponent = 0;
+    bool negative = std::signbit(d);
+    bool zero = false;
+    if (!quickSixDigits(d, kept, exponent) && !sixDigits(d, kept, exponent, negative, zero))
+        return 0;
     int significant = 6;
     while (significant > 1 && kept[significant - 1] == '0')
         --significant;
@@ -103,10 +173,56 @@ int formatDouble(double d, char* out, int capacity)
     return n;
 }
 
-inline QChar narrow(QChar ch)
+inline char narrow(QChar ch)
 {
-    return QChar(static_cast<uchar>(ch.toLatin1()));
+    return ch.toLatin1();
 }
+
+// The letter behind the backslash for each Latin-1 character that is escaped, 0 for one
+// written as it is.
+struct EscapeTable
+{
+    char letter[256] = {};
+
+    constexpr EscapeTable()
+    {
+        letter[int('"')] = '"';
+        letter[int('\\')] = '\\';
+        // kept: writer-slash — '/' is always escaped.
+        letter[int('/')] = '/';
+        letter[int('\b')] = 'b';
+        letter[int('\f')] = 'f';
+        letter[int('\n')] = 'n';
+        letter[int('\r')] = 'r';
+        letter[int('\t')] = 't';
+    }
+};
+
+constexpr EscapeTable escapes;
+
+inline char escapeOf(char ch)
+{
+    return escapes.letter[static_cast<uchar>(ch)];
+}
+
+// Copies the characters as bytes; the result tells whether that was their right form, or whether
+// one may need an escape or lies beyond Latin-1. Free of branches and of aliasing, so that the
+// compiler can take many characters at a time.
+bool copyPlain(char* __restrict out, const ushort* __restrict in, int size)
+{
+    // Lane-wide masks of the character's own width: the form that the compiler vectorises.
+    ushort special = 0;
+    for (int i = 0; i < size; ++i) {
+        const ushort c = in[i];
+        out[i] = char(c);
+        special |= ushort(-ushort(c < 0x0E)) | ushort(-ushort(c > 0xFF)) | ushort(-ushort(c == '"'))
+            | ushort(-ushort(c == '\\')) | ushort(-ushort(c == '/'));
+    }
+    return special != 0;
+}
+
+// Large texts don't stay with a writer that lives on between them.
+const size_t keptCapacity = 1 << 20;
 
 } // namespace
 
@@ -124,14 +240,72 @@ YJsonWriter::YJsonWriter(int style, int indent, int step)
     }
 }
 
+YJsonWriter::YJsonWriter(const YJsonWriter& other)
+    : m_style(other.m_style)
+    , m_indent(other.m_indent)
+    , m_step(other.m_step)
+    , m_level(other.m_level)
+    , m_output(other.m_output)
+    , m_outputType(other.m_outputType)
+{
+}
+
+YJsonWriter& YJsonWriter::operator=(const YJsonWriter& other)
+{
+    m_style = other.m_style;
+    m_indent = other.m_indent;
+    m_step = other.m_step;
+    m_level = other.m_level;
+    m_output = other.m_output;
+    m_outputType = other.m_outputType;
+    return *this;
+}
+
 YJsonWriter::~YJsonWriter() = default;
 
 void YJsonWriter::write(const YJsonValue& value, QString& text)
 {
     m_level = 0;
     m_output = &text;
-    doWrite(value, nullptr, false);
+    m_used = 0;
+    m_buffering = true;
+    try {
+        doWrite(value, nullptr, false);
+    } catch (...) {
+        // What was written before the failure stands in the text, as it always did.
+        m_buffering = false;
+        flushNow();
+        m_output = nullptr;
+        throw;
+    }
+    m_buffering = false;
+    flushNow();
     m_output = nullptr;
+    if (m_capacity > keptCapacity) {
+        m_bytes.reset();
+        m_capacity = 0;
+    }
+}
+
+void YJsonWriter::flushNow()
+{
+    if (m_output && m_used > 0)
+        m_output->append(QLatin1String(m_bytes.get(), int(m_used)));
+    m_used = 0;
+}
+
+void YJsonWriter::grow(size_t count)
+{
+    const size_t limit = size_t(std::numeric_limits<int>::max());
+    const size_t needed = m_used + count;
+    if (needed > limit)
+        throw YException("YJsonWriter::write() - the text is beyond what a string can hold");
+    const size_t capacity = std::max(needed, std::min(2 * m_capacity + 256, limit));
+    std::unique_ptr<char[]> bytes(new char[capacity]);
+    if (m_used > 0)
+        std::memcpy(bytes.get(), m_bytes.get(), m_used);
+    m_bytes = std::move(bytes);
+    m_capacity = capacity;
 }
 
 int YJsonWriter::doWrite(const YJsonValue& value, const QString* key, bool comma)
@@ -244,11 +418,9 @@ int YJsonWriter::writeIndent(int count)
 {
     if (!(m_style & YJSONWRITER_STYLED) || count <= 0)
         return 0;
-    const int size = m_output->size();
-    m_output->resize(size + count);
-    QChar* out = m_output->data() + size;
-    for (int i = 0; i < count; ++i)
-        out[i] = QLatin1Char(' ');
+    std::memset(room(size_t(count)), ' ', size_t(count));
+    m_used += size_t(count);
+    flush();
     return count;
 }
 
@@ -258,57 +430,52 @@ int YJsonWriter::writeStringValue(const QString& text)
     writeChar('"');
     const QChar* in = text.constData();
     const int size = text.size();
-    int plain = 0; // start of the run of characters that need no escape
-    for (int i = 0; i < size; ++i) {
-        const QChar ch = narrow(in[i]);
-        const char* escape = nullptr;
-        switch (ch.unicode()) {
-        case '"':
-            escape = "\\\"";
-            break;
-        case '\\':
-            escape = "\\\\";
-            break;
-        case '/':
-            // kept: writer-slash — '/' is always escaped.
-            escape = "\\/";
-            break;
-        case '\b':
-            escape = "\\b";
-            break;
-        case '\f':
-            escape = "\\f";
-            break;
-        case '\n':
-            escape = "\\n";
-            break;
-        case '\r':
-            escape = "\\r";
-            break;
-        case '\t':
-            escape = "\\t";
-            break;
-        default:
-            if (ch != in[i]) {
-                // Beyond Latin-1: what the narrowing leaves stands in the text.
-                m_output->append(text.constData() + plain, i - plain);
-                m_output->append(ch);
-                plain = i + 1;
+    if (!split) {
+        // Most texts have nothing to escape and nothing beyond Latin-1: they are copied in one
+        // sweep that also finds out whether that was right. The test takes in some characters
+        // that need no escape (other control characters); such a text is then done again the
+        // longer way.
+        char* const start = room(2 * size_t(size));
+        char* out = start + size;
+        if (copyPlain(start, reinterpret_cast<const ushort*>(in), size)) {
+            out = start;
+            for (int i = 0; i < size; ++i) {
+                const char ch = narrow(in[i]);
+                const char escape = escapeOf(ch);
+                if (escape) {
+                    out[0] = '\\';
+                    out[1] = escape;
+                    out += 2;
+                } else {
+                    *out++ = ch;
+                }
             }
+        }
+        m_used += size_t(out - start);
+        writeChar('"');
+        flush();
+        return size + 2;
+    }
+    for (int i = 0; i < size; ++i) {
+        const char ch = narrow(in[i]);
+        const char escape = escapeOf(ch);
+        if (!escape) {
+            put(ch);
             continue;
         }
-        m_output->append(text.constData() + plain, i - plain);
-        plain = i + 1;
-        m_output->append(QLatin1String(escape));
-        if (split && ch == QLatin1Char('\n')) {
+        char* out = room(2);
+        out[0] = '\\';
+        out[1] = escape;
+        m_used += 2;
+        if (ch == '\n') {
             writeChar('"');
             writeChar('\n');
             writeIndent((m_level + 2) * m_step);
             writeChar('"');
         }
     }
-    m_output->append(text.constData() + plain, size - plain);
     writeChar('"');
+    flush();
     return size + 2;
 }
 
@@ -317,7 +484,8 @@ int YJsonWriter::writeChar(char ch)
     if (m_outputType != 0)
         failedAssertion(
             __FILE__, __LINE__, "(false)", "stream output is not supported", YDebug::STDERR);
-    m_output->append(QLatin1Char(ch));
+    put(ch);
+    flush();
     return 1;
 }
 
@@ -326,13 +494,14 @@ int YJsonWriter::writeString(const QString& text)
     if (m_outputType != 0)
         failedAssertion(
             __FILE__, __LINE__, "(false)", "stream output is not supported", YDebug::STDERR);
-    const int size = m_output->size();
-    m_output->resize(size + text.size());
-    QChar* out = m_output->data() + size;
     const QChar* in = text.constData();
-    for (int i = 0; i < text.size(); ++i)
+    const int size = text.size();
+    char* out = room(size_t(size));
+    for (int i = 0; i < size; ++i)
         out[i] = narrow(in[i]);
-    return text.size();
+    m_used += size_t(size);
+    flush();
+    return size;
 }
 
 int YJsonWriter::writePrimitiveValue(const YJsonValue& value)
@@ -360,7 +529,9 @@ int YJsonWriter::writePrimitiveValue(const YJsonValue& value)
     }
     if (r.ec == std::errc()) {
         const int length = int(r.ptr - buffer);
-        m_output->append(QLatin1String(buffer, length));
+        std::memcpy(room(size_t(length)), buffer, size_t(length));
+        m_used += size_t(length);
+        flush();
         return length;
     }
     const QString s = value.asString();

@@ -6,6 +6,8 @@
 
 #include <QString>
 
+#include <memory>
+
 /// Style flags of YJsonWriter.
 enum
 {
@@ -24,6 +26,9 @@ class YOVOLIB_EXPORT YJsonWriter
 {
 public:
     YJsonWriter(int style = YJSONWRITER_STYLED, int indent = 0, int step = 3);
+    // A copy takes the settings and the state, not the scratch space of the text.
+    YJsonWriter(const YJsonWriter& other);
+    YJsonWriter& operator=(const YJsonWriter& other);
     virtual ~YJsonWriter();
 
     /// Appends the text of the value to 'text'; it isn't cleared first.
@@ -53,6 +58,32 @@ protected:
     int m_level;
     QString* m_output;
     int m_outputType;
+
+private:
+    // Hands what was gathered to the output at once, unless write() is under way.
+    void flush()
+    {
+        if (!m_buffering)
+            flushNow();
+    }
+    void flushNow();
+    // Room for count more bytes behind the used ones; the caller advances m_used.
+    char* room(size_t count)
+    {
+        if (m_capacity - m_used < count)
+            grow(count);
+        return m_bytes.get() + m_used;
+    }
+    void grow(size_t count);
+    void put(char ch) { *room(1) = ch, ++m_used; }
+
+    // Every character is narrowed to Latin-1 on its way out, so the text is gathered as bytes
+    // and widened into the output once, at the end of write(). The protected operations called
+    // on their own write through at once. m_used counts the bytes in use of m_capacity.
+    std::unique_ptr<char[]> m_bytes;
+    size_t m_capacity = 0;
+    size_t m_used = 0;
+    bool m_buffering = false;
 };
 
 #endif // YOVOLIB_JSON_WRITER_H

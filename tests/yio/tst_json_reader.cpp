@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstring>
 #include <random>
 
 #include "json_test_print.h"
@@ -503,4 +504,83 @@ TEST(YJsonReader, Utf8LeadingBits)
     EXPECT_EQ(ExposedReader::UTF8NumBytes(char(0xFC)), 6);
     EXPECT_EQ(ExposedReader::UTF8NumBytes(char(0xFE)), -1);
     EXPECT_EQ(ExposedReader::UTF8NumBytes(char(0xFF)), -1);
+}
+
+// Decimal texts whose digits and power of ten are both exact doubles take a short way; the
+// answers at its edges and beyond them must be Qt's, bit for bit, sign of zero included.
+TEST(YJsonReader, DecimalsAtTheEdgesOfTheShortWay)
+{
+    const char* const texts[] = {"0.1", "0.5", "-0.0", "0.0", "1e22", "1e23", "-1e-22", "1e-23",
+        "9007199254740992.0", "9007199254740993.0", "9007199254740991e22", "9007199254740993e-22",
+        "123.456e-5", "12345678901234567890.5", "1234567890123456789e3", "0.000000000000000000001",
+        "1.7976931348623157e308", "2.2250738585072014e-308", "5e-324", "1e400", "1E+2", "1.0e-0",
+        "3.14159265358979323846", "-2.5E-3", "+7.25", "100000000000000000000000.0",
+        "0.30000000000000004", "4.35", "1e00000000000000000001"};
+    for (const char* text : texts) {
+        SCOPED_TRACE(text);
+        const QString token = QString::fromLatin1(text);
+        bool ok = false;
+        const double expected = token.toDouble(&ok);
+        const Result r = read(QLatin1Char('[') + token + QLatin1Char(']'), YJSONREADER_STRICT);
+        if (!ok) {
+            EXPECT_EQ(r.count, 1);
+            continue;
+        }
+        ASSERT_EQ(r.count, 0);
+        const YJsonValue value = r.root.itemAt(0u);
+        ASSERT_EQ(value.getType(), YJSONTYPE_DOUBLE);
+        const double got = value.asDouble();
+        EXPECT_EQ(std::memcmp(&got, &expected, sizeof(double)), 0) << got << " != " << expected;
+    }
+}
+
+// A text repeated in a document is read once and its characters shared: the values stay
+// independent all the same.
+TEST(YJsonReader, RepeatedTextsStayIndependent)
+{
+    Result r = read(QStringLiteral("{\"k\":\"k\",\"a\":[\"k\",\"k\"],\"b\":{\"k\":\"k\"}}"));
+    ASSERT_EQ(r.count, 0);
+    EXPECT_EQ(r.root.size(), 3);
+    EXPECT_TRUE(r.root["k"].cat(QStringLiteral("1")));
+    EXPECT_TRUE(r.root["a"][0].cat(QStringLiteral("2")));
+    EXPECT_EQ(r.root.itemAt(QStringLiteral("k")).asString(), QStringLiteral("k1"));
+    EXPECT_EQ(r.root["a"].itemAt(0u).asString(), QStringLiteral("k2"));
+    EXPECT_EQ(r.root["a"].itemAt(1u).asString(), QStringLiteral("k"));
+    EXPECT_EQ(r.root["b"].itemAt(QStringLiteral("k")).asString(), QStringLiteral("k"));
+    EXPECT_EQ(r.root["b"].getMemberNames(), QStringList {QStringLiteral("k")});
+
+    // A second parse with the same reader starts afresh.
+    YJsonReader reader;
+    YJsonValue first;
+    YJsonValue second;
+    EXPECT_EQ(reader.parse(QStringLiteral("[\"same\",\"other\"]"), &first), 0);
+    EXPECT_EQ(reader.parse(QStringLiteral("[\"same\",\"same\\n\"]"), &second), 0);
+    EXPECT_EQ(second.itemAt(0u).asString(), QStringLiteral("same"));
+    EXPECT_EQ(second.itemAt(1u).asString(), QStringLiteral("same\n"));
+    EXPECT_EQ(first.itemAt(1u).asString(), QStringLiteral("other"));
+}
+
+// Runs of blanks are passed over several at a time: lines and columns must come out as they do
+// one character at a time, whatever the length of the run and wherever tabs and LFs stand in it.
+TEST(YJsonReader, ColumnsAfterRunsOfBlanks)
+{
+    for (int lines = 0; lines < 3; ++lines) {
+        for (int blanks = 0; blanks < 20; ++blanks) {
+            for (int tab = -1; tab < blanks; ++tab) {
+                QString run = QString(lines, QLatin1Char('\n'));
+                for (int i = 0; i < blanks; ++i)
+                    run += i == tab ? QLatin1Char('\t') : QLatin1Char(' ');
+                // The blanks before the LFs don't count on the line where the value stands.
+                const QString text = QStringLiteral("[      \n") + run + QStringLiteral("1 x]");
+                const Result r = read(text);
+                const QString expected = QStringLiteral(
+                    "Error: line %1, col %2 - Value 'x' cannot follow a value: ',' "
+                    "or ':' missing?")
+                                             .arg(2 + lines)
+                                             .arg(blanks + 5);
+                ASSERT_EQ(r.errors, QStringList {expected}) << lines << " " << blanks << " " << tab;
+                EXPECT_EQ(r.root.itemAt(0u).getLineNo(), 2 + lines);
+            }
+        }
+    }
 }

@@ -6,6 +6,8 @@
 #include "json_test_print.h"
 
 #include <climits>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -417,4 +419,101 @@ TEST(YJsonValue, FindGivesPointers)
     EXPECT_EQ(c.find(QStringLiteral("k"))->asInt(), 1);
     EXPECT_EQ(c.find(QStringLiteral("z")), nullptr);
     EXPECT_EQ(c.find(0u), nullptr);
+}
+
+// Arrays move their handles as bytes when they grow: the records must keep their counts, and
+// a copy taken before or during the growth must stay as it was.
+TEST(YJsonValue, GrowingArraysKeepSharingAndCounts)
+{
+    YJsonValue array;
+    YJsonValue element(QStringLiteral("e"));
+    for (int i = 0; i < 100; ++i)
+        array.append(element);
+    EXPECT_EQ(element.getRefData()->getRefCount(), 101);
+    YJsonValue copy = array;
+    for (int i = 0; i < 1000; ++i)
+        array.append(i);
+    EXPECT_EQ(copy.size(), 100);
+    EXPECT_EQ(array.size(), 1100);
+    // The first append after the copy gave the array a vector of its own: the element's record
+    // is now held by the handle, the copy's 100 and the array's 100.
+    EXPECT_EQ(element.getRefData()->getRefCount(), 201);
+    array[0u].cat(QStringLiteral("x"));
+    EXPECT_EQ(array.itemAt(0u).asString(), QStringLiteral("ex"));
+    EXPECT_EQ(copy.itemAt(0u).asString(), QStringLiteral("e"));
+    EXPECT_EQ(element.asString(), QStringLiteral("e"));
+    copy.remove(0);
+    EXPECT_EQ(copy.size(), 99);
+    EXPECT_EQ(array.itemAt(1u).asString(), QStringLiteral("e"));
+    EXPECT_EQ(array.itemAt(1099u).asInt(), 999);
+    array.clear();
+    copy.clear();
+    EXPECT_EQ(element.getRefData()->getRefCount(), 1);
+}
+
+namespace {
+
+int bigRecordsAlive = 0;
+
+// A derived record of another size, which the cache of records must leave to the heap.
+class BigRecord : public YJsonRefData
+{
+public:
+    BigRecord() { ++bigRecordsAlive; }
+    ~BigRecord() override { --bigRecordsAlive; }
+    char extra[200] = {};
+};
+
+class BigValue : public YJsonValue
+{
+public:
+    BigValue()
+        : YJsonValue(YJSONTYPE_EMPTY)
+    {
+        setRefData(createRefData());
+        setType(YJSONTYPE_STRING);
+    }
+
+protected:
+    YJsonRefData* createRefData() const override { return new BigRecord(); }
+};
+
+} // namespace
+
+// Records are kept per thread for reuse: one made on a thread may die on another, and records
+// of a derived class keep their own size and destructor.
+TEST(YJsonValue, RecordsMayDieOnAnotherThread)
+{
+    std::vector<YJsonValue> made;
+    std::thread maker([&made] {
+        for (int i = 0; i < 3000; ++i)
+            made.push_back(YJsonValue(QStringLiteral("t%1").arg(i)));
+    });
+    maker.join();
+    for (int i = 0; i < 3000; ++i)
+        ASSERT_EQ(made[size_t(i)].asString(), QStringLiteral("t%1").arg(i));
+    made.clear();
+
+    std::vector<YJsonValue> mine;
+    for (int i = 0; i < 3000; ++i)
+        mine.push_back(YJsonValue(i));
+    std::thread dropper([&mine] { mine.clear(); });
+    dropper.join();
+    for (int i = 0; i < 3000; ++i)
+        mine.push_back(YJsonValue(-i));
+    for (int i = 0; i < 3000; ++i)
+        ASSERT_EQ(mine[size_t(i)].asInt(), -i);
+
+    {
+        BigValue big;
+        EXPECT_EQ(bigRecordsAlive, 1);
+        EXPECT_TRUE(big.cat(QStringLiteral("x")));
+        YJsonValue copy = big;
+        // The copy is a plain handle: the record it makes for itself on writing is a plain one.
+        copy.cat(QStringLiteral("y"));
+        EXPECT_EQ(bigRecordsAlive, 1);
+        EXPECT_EQ(big.asString(), QStringLiteral("x"));
+        EXPECT_EQ(copy.asString(), QStringLiteral("xy"));
+    }
+    EXPECT_EQ(bigRecordsAlive, 0);
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <vector>
 
 #include "json_test_print.h"
 
@@ -302,5 +303,142 @@ TEST(YJsonWriter, NumbersAreWrittenAsAsStringGivesThem)
         if (line.endsWith(QLatin1Char(',')))
             line.chop(1);
         ASSERT_EQ(line, values.itemAt(unsigned(i)).asString()) << i;
+    }
+}
+
+namespace {
+
+// The escapes and the narrowing written out the long way, one character after another.
+QString quoted(const QString& text)
+{
+    QString out = QStringLiteral("\"");
+    for (const QChar c : text) {
+        const char ch = c.toLatin1();
+        switch (ch) {
+        case '"':
+            out += QStringLiteral("\\\"");
+            break;
+        case '\\':
+            out += QStringLiteral("\\\\");
+            break;
+        case '/':
+            out += QStringLiteral("\\/");
+            break;
+        case '\b':
+            out += QStringLiteral("\\b");
+            break;
+        case '\f':
+            out += QStringLiteral("\\f");
+            break;
+        case '\n':
+            out += QStringLiteral("\\n");
+            break;
+        case '\r':
+            out += QStringLiteral("\\r");
+            break;
+        case '\t':
+            out += QStringLiteral("\\t");
+            break;
+        default:
+            out += QChar(uchar(ch));
+            break;
+        }
+    }
+    return out + QLatin1Char('"');
+}
+
+} // namespace
+
+// Plain texts are copied many characters at a time: a character that needs an escape, or lies
+// beyond Latin-1, must be caught wherever it stands in the text.
+TEST(YJsonWriter, EveryCharacterIsCheckedWhereverItStands)
+{
+    const QChar specials[] = {QLatin1Char('"'), QLatin1Char('\\'), QLatin1Char('/'),
+        QLatin1Char('\b'), QLatin1Char('\f'), QLatin1Char('\n'), QLatin1Char('\r'),
+        QLatin1Char('\t'), QChar(0), QChar(1), QChar(0x0B), QChar(0x0D), QChar(0x0E), QChar(0x7F),
+        QChar(0xE9), QChar(0xFF), QChar(0x100), QChar(0x2F2F), QChar(0x225C), QChar(0xFFFF)};
+    YJsonWriter writer(YJSONWRITER_NONE);
+    for (int length = 1; length <= 40; ++length) {
+        for (int at = 0; at < length; ++at) {
+            for (const QChar special : specials) {
+                QString text;
+                for (int i = 0; i < length; ++i)
+                    text += QChar('a' + i % 26);
+                text[at] = special;
+                YJsonValue v;
+                v.append(text);
+                QString out;
+                writer.write(v, out);
+                ASSERT_EQ(out, QStringLiteral("[\n") + quoted(text) + QStringLiteral("\n]\n"))
+                    << "length " << length << " at " << at << " char " << special.unicode();
+            }
+        }
+    }
+}
+
+// One writer serves many texts, each appended to what the output held before.
+TEST(YJsonWriter, ReusedWriterAppends)
+{
+    YJsonWriter writer;
+    YJsonValue big;
+    for (int i = 0; i < 20000; ++i)
+        big.append(QStringLiteral("item %1 / %2").arg(i).arg(QChar(0x3042)));
+    QString first;
+    writer.write(big, first);
+    QString second = QStringLiteral("before\n");
+    writer.write(array(1, 2), second);
+    EXPECT_EQ(second, QStringLiteral("before\n[\n   1,\n   2\n]\n"));
+    QString third;
+    writer.write(big, third);
+    EXPECT_EQ(third, first);
+    // Copies take the settings and write on their own.
+    YJsonWriter copy(writer);
+    YJsonWriter plain(YJSONWRITER_NONE);
+    QString fourth;
+    copy.write(big, fourth);
+    EXPECT_EQ(fourth, first);
+    plain = copy;
+    QString fifth;
+    plain.write(array(1, 2), fifth);
+    EXPECT_EQ(fifth, QStringLiteral("[\n   1,\n   2\n]\n"));
+    // Beyond Latin-1 the narrowing leaves a 0 character.
+    const QString start = QStringLiteral("[\n   \"item 0 \\/ ") + QChar(0)
+        + QStringLiteral("\",\n   \"item 1 \\/ ") + QChar(0) + QStringLiteral("\",\n");
+    EXPECT_TRUE(first.startsWith(start));
+}
+
+// Doubles are written as Qt writes them with six significant digits, ties going away from zero:
+// checked on random bit patterns, on short decimals, and on exact ties and their neighbours.
+TEST(YJsonWriter, DoublesAreWrittenAsQtWritesThem)
+{
+    std::vector<double> numbers = {0.0, -0.0, 1.0, -1.0, 0.5, 1234565.0, 1234575.0, -1234565.0,
+        123456.5, 12345.65, 0.1234565, 999999.5, 9999995.0, 1e-5, 1e-4, 999999.0, 1000000.0, 1e21,
+        1e22, 1e23, 5e-324, 2.2250738585072014e-308, 1.7976931348623157e308, 0.3,
+        65.613616999999977, -65.613616999999977, 100000000.0};
+    std::mt19937_64 generator(11);
+    for (int i = 0; i < 20000; ++i) {
+        const quint64 bits = generator();
+        double d = 0;
+        std::memcpy(&d, &bits, sizeof(d));
+        if (std::isfinite(d))
+            numbers.push_back(d);
+        // Short decimals, the common case, and seven-digit ties with their neighbours.
+        const double tie = double(generator() % 9000000 + 1000000) / 10 + 0.05;
+        numbers.push_back(double(qint64(generator() % 2000000000) - 1000000000) / 1e5);
+        numbers.push_back(double(generator() % 9000000 + 1000000) * 10 + 5);
+        numbers.push_back(tie);
+        numbers.push_back(std::nextafter(tie, 0.0));
+        numbers.push_back(std::nextafter(tie, 1e300));
+    }
+    YJsonValue v;
+    for (const double d : numbers)
+        v.append(d);
+    const QStringList lines = write(v, YJSONWRITER_NONE).split(QLatin1Char('\n'));
+    ASSERT_EQ(lines.size(), numbers.size() + 3);
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        QString expected = QString::number(numbers[i], 'g', 6);
+        if (i + 1 < numbers.size())
+            expected += QLatin1Char(',');
+        ASSERT_EQ(lines.at(int(i) + 1), expected) << numbers[i];
     }
 }
