@@ -174,14 +174,6 @@ void stopServers(const QString& folder)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    QTemporaryDir folder;
-    if (!folder.isValid() || !startServers(folder.path())) {
-        std::fprintf(stderr, "the benchmark's servers did not start\n");
-        stopServers(folder.path());
-        return 1;
-    }
-    curl_global_init(CURL_GLOBAL_DEFAULT);
-
     struct Case
     {
         const char* name;
@@ -206,11 +198,17 @@ int main(int argc, char** argv)
     const Pair pairs[] = {{"fetch/yovolib", "get/curl_reused_handle"},
         {"fetch/yovolib", "fetch/curl_fresh_handle"}, {"get/yovolib", "get/curl_reused_handle"},
         {"get/yovolib", "get/qt_bare_manager"}};
+    // The flags first: --help, or a mistyped flag, must not leave servers behind.
     std::vector<std::string> arguments = yovo::bench::arguments(argc, argv, 3);
-    if (!yovo::bench::initialize(arguments)) {
+    if (!yovo::bench::initialize(arguments))
+        return 1;
+    QTemporaryDir folder;
+    if (!folder.isValid() || !startServers(folder.path())) {
+        std::fprintf(stderr, "the benchmark's servers did not start\n");
         stopServers(folder.path());
         return 1;
     }
+    curl_global_init(CURL_GLOBAL_DEFAULT);
 
     yovo::bench::RecordingReporter reporter(
         yovo::bench::Figure::RealTime, yovo::bench::Reduction::Fastest);
