@@ -25,6 +25,12 @@ bool lowerIsBetter(Figure figure)
     return figure == Figure::CpuTime || figure == Figure::RealTime;
 }
 
+std::vector<std::string>& commandLine()
+{
+    static std::vector<std::string> strings;
+    return strings;
+}
+
 } // namespace
 
 std::string caseName(const Run& run)
@@ -116,9 +122,10 @@ double RecordingReporter::figure(const std::string& name) const
     return result == nullptr ? 0 : result->figure;
 }
 
-std::vector<std::string> arguments(int argc, char** argv, int defaultRepetitions)
+bool initialize(int argc, char** argv, int defaultRepetitions)
 {
-    std::vector<std::string> all(argv, argv + argc);
+    std::vector<std::string>& all = commandLine();
+    all.assign(argv, argv + argc);
     bool repetitionsGiven = false;
     for (const std::string& argument : all)
         repetitionsGiven = repetitionsGiven || argument.rfind("--benchmark_repetitions", 0) == 0;
@@ -126,17 +133,26 @@ std::vector<std::string> arguments(int argc, char** argv, int defaultRepetitions
         all.push_back("--benchmark_repetitions=" + std::to_string(defaultRepetitions));
         all.push_back("--benchmark_enable_random_interleaving=true");
     }
-    return all;
-}
-
-bool initialize(std::vector<std::string>& arguments)
-{
+    // The library may keep pointers into these strings for as long as the program runs.
     std::vector<char*> pointers;
-    for (std::string& argument : arguments)
+    for (std::string& argument : all)
         pointers.push_back(&argument[0]);
     int count = int(pointers.size());
     benchmark::Initialize(&count, pointers.data());
     return !benchmark::ReportUnrecognizedArguments(count, pointers.data());
+}
+
+const std::vector<std::string>& arguments()
+{
+    return commandLine();
+}
+
+bool run(int argc, char** argv, RecordingReporter& reporter, int defaultRepetitions)
+{
+    if (!initialize(argc, argv, defaultRepetitions))
+        return false;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    return true;
 }
 
 void printRatioHeading(const char* per)

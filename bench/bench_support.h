@@ -72,14 +72,17 @@ private:
     std::map<std::string, bool> _fromMedian;
 };
 
-// The command line as strings. Unless the user chose a number of repetitions, a positive
+// Hands the command line to the benchmark library; false, after saying which, when some of the
+// arguments aren't its flags. Unless the user chose a number of repetitions, a positive
 // defaultRepetitions adds that many, in shuffled order, so that a burst of other load doesn't
 // hit every run of one case.
-std::vector<std::string> arguments(int argc, char** argv, int defaultRepetitions = 0);
+bool initialize(int argc, char** argv, int defaultRepetitions = 0);
 
-// Hands the arguments to the benchmark library; false, after saying which, when some of them
-// aren't its flags. The strings must outlive the runs.
-bool initialize(std::vector<std::string>& arguments);
+// The command line as the benchmark library was given it, defaults included.
+const std::vector<std::string>& arguments();
+
+// initialize(), then every selected case through the reporter.
+bool run(int argc, char** argv, RecordingReporter& reporter, int defaultRepetitions = 0);
 
 // The heading of a table of ratios of time per call: above 1 means YovoLib is faster.
 void printRatioHeading(const char* per);

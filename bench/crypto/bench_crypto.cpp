@@ -400,8 +400,7 @@ int main(int argc, char** argv)
     }
     // On a shared machine other load only ever slows a run down, so by default each case runs
     // several times in shuffled order and the table keeps the fastest run of each.
-    std::vector<std::string> arguments = yovo::bench::arguments(argc, argv, 5);
-    if (!yovo::bench::initialize(arguments))
+    if (!yovo::bench::initialize(argc, argv, 5))
         return 1;
 
     // A child of runMasked, or a run where the caller chose the mask: plain output only.
@@ -418,7 +417,7 @@ int main(int argc, char** argv)
     for (const auto& entry : reporter.results())
         shaRan = shaRan || entry.first.find("sha256/openssl/") != std::string::npos;
     const std::map<std::string, Result> masked
-        = shaRan ? runMasked(arguments) : std::map<std::string, Result>();
+        = shaRan ? runMasked(yovo::bench::arguments()) : std::map<std::string, Result>();
 
     yovo::bench::printRatioHeading("call");
     std::printf("CPU: %s\n", cpuModel().c_str());

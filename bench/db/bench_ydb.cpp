@@ -209,8 +209,7 @@ BENCHMARK(OpenPerCall)->Arg(0)->Arg(1)->Repetitions(5)->ReportAggregatesOnly(tru
 
 int main(int argc, char** argv)
 {
-    std::vector<std::string> arguments = yovo::bench::arguments(argc, argv);
-    if (!yovo::bench::initialize(arguments))
+    if (!yovo::bench::initialize(argc, argv))
         return 1;
     setUp();
     yovo::bench::RecordingReporter reporter(

@@ -131,8 +131,7 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
     YDebug::setDebugLevel(YDebug::STDOUT, YDebug::ERROR);
     YDebug::setDebugLevel(YDebug::STDERR, YDebug::ERROR);
-    std::vector<std::string> arguments = yovo::bench::arguments(argc, argv);
-    if (!yovo::bench::initialize(arguments))
+    if (!yovo::bench::initialize(argc, argv))
         return 1;
     const QByteArray benchDir = qgetenv("YOVO_BENCH_DIR");
     QTemporaryDir dir(benchDir.isEmpty()

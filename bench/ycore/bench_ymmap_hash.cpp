@@ -458,13 +458,11 @@ void printComparison(const yovo::bench::RecordingReporter& reporter)
 int main(int argc, char** argv)
 {
     registerAll();
-    std::vector<std::string> arguments = yovo::bench::arguments(argc, argv);
-    if (!yovo::bench::initialize(arguments))
-        return 1;
     // With repetitions the median stands for the benchmark; without, its one run.
     yovo::bench::RecordingReporter reporter(
         yovo::bench::Figure::RealTime, yovo::bench::Reduction::Median);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    if (!yovo::bench::run(argc, argv, reporter))
+        return 1;
     printComparison(reporter);
     benchmark::Shutdown();
     return 0;

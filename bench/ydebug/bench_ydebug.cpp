@@ -126,12 +126,10 @@ BENCHMARK(BM_PrintedLine_CLoop);
 
 int main(int argc, char** argv)
 {
-    std::vector<std::string> arguments = yovo::bench::arguments(argc, argv);
-    if (!yovo::bench::initialize(arguments))
-        return 1;
     yovo::bench::RecordingReporter reporter(
         yovo::bench::Figure::ItemsPerSecond, yovo::bench::Reduction::Median);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    if (!yovo::bench::run(argc, argv, reporter))
+        return 1;
     const double ours = reporter.figure("BM_PrintedLine_YDebug");
     const double peer = reporter.figure("BM_PrintedLine_Spdlog");
     const double plain = reporter.figure("BM_PrintedLine_CLoop");

@@ -160,12 +160,10 @@ BENCHMARK(BM_Modify_QSettings)->Unit(benchmark::kMicrosecond);
 
 int main(int argc, char** argv)
 {
-    std::vector<std::string> arguments = yovo::bench::arguments(argc, argv);
-    if (!yovo::bench::initialize(arguments))
-        return 1;
     yovo::bench::RecordingReporter reporter(
         yovo::bench::Figure::Throughput, yovo::bench::Reduction::Median);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    if (!yovo::bench::run(argc, argv, reporter))
+        return 1;
     const double parser = reporter.figure("BM_Parse_YPhpIniParser");
     const double scanner = reporter.figure("BM_Parse_YScanDir");
     const double qsettings = reporter.figure("BM_Parse_QSettings");

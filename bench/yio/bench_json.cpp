@@ -221,13 +221,10 @@ int main(int argc, char** argv)
             }
         }
     }
-    std::vector<std::string> arguments = yovo::bench::arguments(argc, argv, 3);
-    if (!yovo::bench::initialize(arguments))
-        return 1;
-
     yovo::bench::RecordingReporter reporter(
         yovo::bench::Figure::CpuTime, yovo::bench::Reduction::Fastest);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    if (!yovo::bench::run(argc, argv, reporter, 3))
+        return 1;
 
     yovo::bench::printRatioHeading("call");
     for (const char* what : {"parse", "print"}) {

@@ -277,12 +277,10 @@ int main(int argc, char** argv)
 {
     // The peer reports every buffer it sends through qDebug; the figures are the point here.
     QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false"));
-    std::vector<std::string> arguments = yovo::bench::arguments(argc, argv);
-    if (!yovo::bench::initialize(arguments))
-        return 1;
     yovo::bench::RecordingReporter reporter(
         yovo::bench::Figure::ItemsPerSecond, yovo::bench::Reduction::Median);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    if (!yovo::bench::run(argc, argv, reporter))
+        return 1;
     auto r = [&reporter](const char* name) { return reporter.figure(name); };
     auto ns = [](double perSecond) { return perSecond > 0 ? 1e9 / perSecond : 0.0; };
     if (r("BM_Write_YMessage") > 0 && r("BM_Write_HandWritten") > 0)

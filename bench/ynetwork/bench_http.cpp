@@ -199,8 +199,7 @@ int main(int argc, char** argv)
         {"fetch/yovolib", "fetch/curl_fresh_handle"}, {"get/yovolib", "get/curl_reused_handle"},
         {"get/yovolib", "get/qt_bare_manager"}};
     // The flags first: --help, or a mistyped flag, must not leave servers behind.
-    std::vector<std::string> arguments = yovo::bench::arguments(argc, argv, 3);
-    if (!yovo::bench::initialize(arguments))
+    if (!yovo::bench::initialize(argc, argv, 3))
         return 1;
     QTemporaryDir folder;
     if (!folder.isValid() || !startServers(folder.path())) {
