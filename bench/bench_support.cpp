@@ -71,11 +71,6 @@ void RecordingReporter::ReportRuns(const std::vector<Run>& runs)
         case Figure::RealTime:
             result.figure = result.realNs;
             break;
-        case Figure::BytesPerSecond:
-            if (!hasCounter(run, "bytes_per_second"))
-                continue;
-            result.figure = result.bytesPerSecond;
-            break;
         case Figure::ItemsPerSecond:
             if (!hasCounter(run, "items_per_second"))
                 continue;

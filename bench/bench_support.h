@@ -17,7 +17,6 @@ enum class Figure
 {
     CpuTime,
     RealTime,
-    BytesPerSecond,
     ItemsPerSecond,
     // bytes_per_second where the case counts bytes, items_per_second otherwise.
     Throughput
