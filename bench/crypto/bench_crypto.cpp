@@ -10,6 +10,8 @@
 #include "ysha256.h"
 #include "ysha256_p.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 #include <openssl/core_names.h>
 #include <openssl/evp.h>
@@ -302,36 +304,7 @@ std::string caseName(const char* family, const char* side, int64_t size)
     return std::string(family) + "/" + side + "/" + std::to_string(size);
 }
 
-struct Result
-{
-    double nsPerCall = 0;
-    double bytesPerSecond = 0;
-};
-
-// Keeps every run's figures for the table, and shows the runs as the console reporter does.
-class RecordingReporter : public benchmark::ConsoleReporter
-{
-public:
-    std::map<std::string, Result> results;
-
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            if (run.error_occurred || run.run_type != Run::RT_Iteration)
-                continue;
-            Result result;
-            result.nsPerCall = run.GetAdjustedCPUTime();
-            auto counter = run.counters.find("bytes_per_second");
-            if (counter != run.counters.end())
-                result.bytesPerSecond = counter->second.value;
-            // Several repetitions keep the fastest: other load on the machine only slows down.
-            auto known = results.find(run.benchmark_name());
-            if (known == results.end() || known->second.nsPerCall > result.nsPerCall)
-                results[run.benchmark_name()] = result;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
+using yovo::bench::Result;
 
 bool cpuHasShaExtensions()
 {
@@ -371,11 +344,12 @@ std::map<std::string, Result> runMasked(const std::vector<std::string>& argument
         if (run.value("run_type").toString() != "iteration")
             continue;
         Result result;
-        result.nsPerCall = run.value("cpu_time").toDouble();
+        result.cpuNs = run.value("cpu_time").toDouble();
         result.bytesPerSecond = run.value("bytes_per_second").toDouble();
+        result.figure = result.cpuNs;
         const std::string name = run.value("name").toString().toStdString();
         auto known = results.find(name);
-        if (known == results.end() || known->second.nsPerCall > result.nsPerCall)
+        if (known == results.end() || known->second.figure > result.figure)
             results[name] = result;
     }
     return results;
@@ -383,11 +357,11 @@ std::map<std::string, Result> runMasked(const std::vector<std::string>& argument
 
 void printRatio(const char* label, const std::string& name, const Result& yovo, const Result& peer)
 {
-    if (yovo.nsPerCall <= 0 || peer.nsPerCall <= 0)
+    if (yovo.cpuNs <= 0 || peer.cpuNs <= 0)
         return;
     std::printf("%-40s %12.1f ns %10.1f MB/s | peer %12.1f ns %10.1f MB/s | ratio %.2f%s\n",
-        name.c_str(), yovo.nsPerCall, yovo.bytesPerSecond / 1e6, peer.nsPerCall,
-        peer.bytesPerSecond / 1e6, peer.nsPerCall / yovo.nsPerCall, label);
+        name.c_str(), yovo.cpuNs, yovo.bytesPerSecond / 1e6, peer.cpuNs, peer.bytesPerSecond / 1e6,
+        peer.cpuNs / yovo.cpuNs, label);
 }
 
 } // namespace
@@ -426,20 +400,7 @@ int main(int argc, char** argv)
     }
     // On a shared machine other load only ever slows a run down, so by default each case runs
     // several times in shuffled order and the table keeps the fastest run of each.
-    std::vector<std::string> arguments(argv, argv + argc);
-    bool repetitionsGiven = false;
-    for (const std::string& argument : arguments)
-        repetitionsGiven = repetitionsGiven || argument.rfind("--benchmark_repetitions", 0) == 0;
-    if (!repetitionsGiven) {
-        arguments.push_back("--benchmark_repetitions=5");
-        arguments.push_back("--benchmark_enable_random_interleaving=true");
-    }
-    std::vector<char*> pointers;
-    for (std::string& argument : arguments)
-        pointers.push_back(&argument[0]);
-    int count = int(pointers.size());
-    benchmark::Initialize(&count, pointers.data());
-    if (benchmark::ReportUnrecognizedArguments(count, pointers.data()))
+    if (!yovo::bench::initialize(argc, argv, 5))
         return 1;
 
     // A child of runMasked, or a run where the caller chose the mask: plain output only.
@@ -449,15 +410,16 @@ int main(int argc, char** argv)
         return 0;
     }
 
-    RecordingReporter reporter;
+    yovo::bench::RecordingReporter reporter(
+        yovo::bench::Figure::CpuTime, yovo::bench::Reduction::Fastest);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     bool shaRan = false;
-    for (const auto& entry : reporter.results)
+    for (const auto& entry : reporter.results())
         shaRan = shaRan || entry.first.find("sha256/openssl/") != std::string::npos;
     const std::map<std::string, Result> masked
-        = shaRan ? runMasked(arguments) : std::map<std::string, Result>();
+        = shaRan ? runMasked(yovo::bench::arguments()) : std::map<std::string, Result>();
 
-    std::printf("\nRatios: peer time / YovoLib time per call (above 1: YovoLib faster)\n");
+    yovo::bench::printRatioHeading("call");
     std::printf("CPU: %s\n", cpuModel().c_str());
     std::printf("CPU SHA extensions: %s\n", cpuHasShaExtensions() ? "present" : "absent");
     std::printf("SHA-256 block function chosen: %s\n", ysha256::chosenBlockVariant().name);
@@ -465,16 +427,16 @@ int main(int argc, char** argv)
         for (int64_t size : c.sizes) {
             const std::string yovoName = caseName(c.family, "yovolib", size);
             const std::string peerName = caseName(c.family, c.peerName, size);
-            auto yovo = reporter.results.find(yovoName);
-            auto peer = reporter.results.find(peerName);
-            if (yovo == reporter.results.end())
+            const Result* yovo = reporter.find(yovoName);
+            const Result* peer = reporter.find(peerName);
+            if (yovo == nullptr)
                 continue;
-            if (peer != reporter.results.end())
-                printRatio("", yovoName, yovo->second, peer->second);
+            if (peer != nullptr)
+                printRatio("", yovoName, *yovo, *peer);
             auto maskedPeer = masked.find(peerName);
             if (maskedPeer != masked.end())
-                printRatio("  (OpenSSL without SHA instructions)", yovoName, yovo->second,
-                    maskedPeer->second);
+                printRatio(
+                    "  (OpenSSL without SHA instructions)", yovoName, *yovo, maskedPeer->second);
         }
     }
     benchmark::Shutdown();

@@ -7,6 +7,8 @@
 #include "ydb.h"
 #include "ydb_config_reader.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QDir>
@@ -18,7 +20,6 @@
 #include <QTextStream>
 
 #include <cstdio>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -204,33 +205,15 @@ BENCHMARK(BareQuery)->Arg(0)->Arg(1)->Repetitions(5)->ReportAggregatesOnly(true)
 BENCHMARK(PooledConnection)->Arg(0)->Arg(1)->Repetitions(5)->ReportAggregatesOnly(true);
 BENCHMARK(OpenPerCall)->Arg(0)->Arg(1)->Repetitions(5)->ReportAggregatesOnly(true);
 
-// Keeps the medians, for the closing table.
-class MedianReporter : public benchmark::ConsoleReporter
-{
-public:
-    std::map<std::string, double> medians;
-    std::map<std::string, double> cpuMedians;
-
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            if (run.error_occurred || run.aggregate_name != "median")
-                continue;
-            const std::string key = run.run_name.function_name + "/" + run.run_name.args;
-            medians[key] = run.GetAdjustedRealTime();
-            cpuMedians[key] = run.GetAdjustedCPUTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
+    if (!yovo::bench::initialize(argc, argv))
+        return 1;
     setUp();
-    MedianReporter reporter;
+    yovo::bench::RecordingReporter reporter(
+        yovo::bench::Figure::RealTime, yovo::bench::Reduction::Median);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     tearDown();
 
@@ -243,15 +226,14 @@ int main(int argc, char** argv)
     for (int arg = 0; arg < 2; ++arg) {
         for (const auto& pair : pairs) {
             const std::string suffix = "/" + std::to_string(arg);
-            auto ours = reporter.medians.find(pair.first + suffix);
-            auto bare = reporter.medians.find(pair.second + suffix);
-            if (ours == reporter.medians.end() || bare == reporter.medians.end())
+            const yovo::bench::Result* ours = reporter.find(pair.first + suffix);
+            const yovo::bench::Result* bare = reporter.find(pair.second + suffix);
+            if (ours == nullptr || bare == nullptr)
                 continue;
-            // Times are in nanoseconds.
-            const double oursUs = ours->second / 1000.0;
-            const double bareUs = bare->second / 1000.0;
-            const double oursCpu = reporter.cpuMedians[ours->first] / 1000.0;
-            const double bareCpu = reporter.cpuMedians[bare->first] / 1000.0;
+            const double oursUs = ours->realNs / 1000.0;
+            const double bareUs = bare->realNs / 1000.0;
+            const double oursCpu = ours->cpuNs / 1000.0;
+            const double bareCpu = bare->cpuNs / 1000.0;
             std::printf("%-8s %-32s %9.3f (%8.3f) %9.3f (%8.3f) %8.3f (%7.3f)\n", names[arg],
                 (std::string(pair.first) + " vs " + pair.second).c_str(), oursUs, oursCpu, bareUs,
                 bareCpu, oursUs - bareUs, oursCpu - bareCpu);

@@ -11,6 +11,8 @@
 #include "../../examples/ledger/ledger_common.h"
 #include "plain_ledger_server.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QCoreApplication>
@@ -25,6 +27,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
@@ -73,38 +76,44 @@ void storeMessages(benchmark::State& state, const unsigned short* port)
         = benchmark::Counter(percentile(mine, 0.99), benchmark::Counter::kAvgThreads);
 }
 
-// Gives each run of yledgerd the ratio of its rate to the plain server's run just before it with
-// as many clients, and adds up the rates of every round for the summary at the end.
-class RatioReporter : public benchmark::ConsoleReporter
+// Gives each run of yledgerd the ratio of its rate to the plain server's run of the same round
+// with as many clients, and adds up the rates of every round for the summary at the end.
+class RatioReporter : public yovo::bench::RecordingReporter
 {
 public:
-    void ReportRuns(const std::vector<Run>& runs) override
+    RatioReporter()
+        : RecordingReporter(yovo::bench::Figure::ItemsPerSecond, yovo::bench::Reduction::Fastest)
     {
-        std::vector<Run> shown = runs;
-        for (Run& run : shown) {
-            const auto rate = run.counters.find("items_per_second");
-            if (run.error_occurred || run.run_type != Run::RT_Iteration
-                || rate == run.counters.end())
-                continue;
-            const std::string name = run.run_name.function_name;
-            if (name.find("plain_c") != std::string::npos) {
-                _lastPlain[run.threads] = rate->second;
-                plain[run.threads].push_back(rate->second);
-            } else if (name.find("yledgerd") != std::string::npos && _lastPlain[run.threads] > 0) {
-                ours[run.threads].push_back(rate->second);
-                ratios[run.threads].push_back(rate->second / _lastPlain[run.threads]);
-                run.counters["vs_plain_c"] = benchmark::Counter(ratios[run.threads].back());
-            }
-        }
-        ConsoleReporter::ReportRuns(shown);
     }
+
     // The rates of each round, by number of clients.
     std::map<int64_t, std::vector<double>> plain;
     std::map<int64_t, std::vector<double>> ours;
     std::map<int64_t, std::vector<double>> ratios;
 
-private:
-    std::map<int64_t, double> _lastPlain;
+protected:
+    void annotate(std::vector<Run>& runs) override
+    {
+        for (Run& run : runs) {
+            const auto rate = run.counters.find("items_per_second");
+            if (run.error_occurred || run.run_type != Run::RT_Iteration
+                || rate == run.counters.end())
+                continue;
+            std::string name = yovo::bench::caseName(run);
+            const size_t daemonAt = name.find("yledgerd");
+            if (name.find("plain_c") != std::string::npos) {
+                plain[run.threads].push_back(rate->second);
+            } else if (daemonAt != std::string::npos) {
+                const double plainRate
+                    = figure(name.replace(daemonAt, std::strlen("yledgerd"), "plain_c"));
+                if (plainRate <= 0)
+                    continue;
+                ours[run.threads].push_back(rate->second);
+                ratios[run.threads].push_back(rate->second / plainRate);
+                run.counters["vs_plain_c"] = benchmark::Counter(ratios[run.threads].back());
+            }
+        }
+    }
 };
 
 double mean(const std::vector<double>& values)
@@ -122,7 +131,8 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
     YDebug::setDebugLevel(YDebug::STDOUT, YDebug::ERROR);
     YDebug::setDebugLevel(YDebug::STDERR, YDebug::ERROR);
-    benchmark::Initialize(&argc, argv);
+    if (!yovo::bench::initialize(argc, argv))
+        return 1;
     const QByteArray benchDir = qgetenv("YOVO_BENCH_DIR");
     QTemporaryDir dir(benchDir.isEmpty()
             ? QDir::tempPath() + QStringLiteral("/bench_ledger_XXXXXX")

@@ -7,6 +7,8 @@
 #include "yreader_writer_locker.h"
 #include "ysemaphore.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 
 #include <boost/functional/hash.hpp>
@@ -24,7 +26,6 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -405,35 +406,11 @@ void registerAll()
     benchmark::RegisterBenchmark("lockers/writer", writerLocker);
 }
 
-// Keeps every result so that the pairs can be set side by side at the end.
-class CollectingReporter : public benchmark::ConsoleReporter
-{
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        // With repetitions the median stands for the benchmark; without, its one run.
-        for (const Run& run : runs) {
-            if (run.error_occurred)
-                continue;
-            const std::string name = run.run_name.str();
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
-                nanoseconds[name] = run.GetAdjustedRealTime();
-                medians.insert(name);
-            } else if (run.run_type == Run::RT_Iteration && !medians.count(name)) {
-                nanoseconds[name] = run.GetAdjustedRealTime();
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> nanoseconds;
-    std::set<std::string> medians;
-};
-
-void printComparison(const std::map<std::string, double>& ns)
+void printComparison(const yovo::bench::RecordingReporter& reporter)
 {
     auto get = [&](const std::string& name) {
-        auto it = ns.find(name);
-        return it == ns.end() ? -1.0 : it->second;
+        const yovo::bench::Result* result = reporter.find(name);
+        return result == nullptr ? -1.0 : result->figure;
     };
     printf("\n%-32s %6s %10s %10s %10s %8s %8s\n", "operation", "keys", "yovo ns", "boost ns",
         "boost+own", "ratio", "ratio own");
@@ -481,12 +458,12 @@ void printComparison(const std::map<std::string, double>& ns)
 int main(int argc, char** argv)
 {
     registerAll();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+    // With repetitions the median stands for the benchmark; without, its one run.
+    yovo::bench::RecordingReporter reporter(
+        yovo::bench::Figure::RealTime, yovo::bench::Reduction::Median);
+    if (!yovo::bench::run(argc, argv, reporter))
         return 1;
-    CollectingReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    printComparison(reporter.nanoseconds);
+    printComparison(reporter);
     benchmark::Shutdown();
     return 0;
 }

@@ -2,6 +2,8 @@
 // flush per line, side by side with spdlog and a plain C loop doing the same.
 #include "ydebug.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
@@ -12,7 +14,6 @@
 
 #include <cstdio>
 #include <ctime>
-#include <map>
 #include <string>
 
 namespace {
@@ -121,36 +122,17 @@ void BM_PrintedLine_CLoop(benchmark::State& state)
 }
 BENCHMARK(BM_PrintedLine_CLoop);
 
-// Remembers lines per second of each run, so that the ratios can be printed at the end.
-class RatioReporter : public benchmark::ConsoleReporter
-{
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            auto it = run.counters.find("items_per_second");
-            if (it == run.counters.end())
-                continue;
-            // With repetitions, the median stands for the case.
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median")
-                continue;
-            rates[run.run_name.function_name] = it->second;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> rates;
-};
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    const double ours = reporter.rates["BM_PrintedLine_YDebug"];
-    const double peer = reporter.rates["BM_PrintedLine_Spdlog"];
-    const double plain = reporter.rates["BM_PrintedLine_CLoop"];
+    yovo::bench::RecordingReporter reporter(
+        yovo::bench::Figure::ItemsPerSecond, yovo::bench::Reduction::Median);
+    if (!yovo::bench::run(argc, argv, reporter))
+        return 1;
+    const double ours = reporter.figure("BM_PrintedLine_YDebug");
+    const double peer = reporter.figure("BM_PrintedLine_Spdlog");
+    const double plain = reporter.figure("BM_PrintedLine_CLoop");
     if (ours > 0 && peer > 0 && plain > 0)
         printf("\nprinted lines per second: YDebug %.0f, spdlog %.0f, C loop %.0f\n"
                "ratio YDebug/spdlog = %.2f (aim >= 1.0), YDebug/C loop = %.2f (aim >= 0.8)\n",

@@ -5,6 +5,8 @@
 #include "php_ini_parser.h"
 #include "scan_dir.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 #include <ini.h>
 
@@ -154,38 +156,18 @@ void BM_Modify_QSettings(benchmark::State& state)
 }
 BENCHMARK(BM_Modify_QSettings)->Unit(benchmark::kMicrosecond);
 
-// Remembers the rate of each run, so that the ratios can be printed at the end.
-class RatioReporter : public benchmark::ConsoleReporter
-{
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median")
-                continue;
-            for (const char* counter : {"bytes_per_second", "items_per_second"}) {
-                const auto it = run.counters.find(counter);
-                if (it != run.counters.end())
-                    rates[run.run_name.function_name] = it->second;
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> rates;
-};
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    auto& r = reporter.rates;
-    const double parser = r["BM_Parse_YPhpIniParser"];
-    const double scanner = r["BM_Parse_YScanDir"];
-    const double qsettings = r["BM_Parse_QSettings"];
-    const double inih = r["BM_Parse_Inih"];
+    yovo::bench::RecordingReporter reporter(
+        yovo::bench::Figure::Throughput, yovo::bench::Reduction::Median);
+    if (!yovo::bench::run(argc, argv, reporter))
+        return 1;
+    const double parser = reporter.figure("BM_Parse_YPhpIniParser");
+    const double scanner = reporter.figure("BM_Parse_YScanDir");
+    const double qsettings = reporter.figure("BM_Parse_QSettings");
+    const double inih = reporter.figure("BM_Parse_Inih");
     if (parser > 0 && scanner > 0 && qsettings > 0 && inih > 0) {
         std::printf("\nparsing php.ini-production, MB/s: YPhpIniParser %.1f, YScanDir %.1f, "
                     "QSettings %.1f, inih %.1f\n",
@@ -196,8 +178,8 @@ int main(int argc, char** argv)
         std::printf("ratio YPhpIniParser/inih = %.2f, YScanDir/inih = %.2f (aim >= 0.5)\n",
             parser / inih, scanner / inih);
     }
-    const double modify = r["BM_Modify_YScanDir"];
-    const double modifyPeer = r["BM_Modify_QSettings"];
+    const double modify = reporter.figure("BM_Modify_YScanDir");
+    const double modifyPeer = reporter.figure("BM_Modify_QSettings");
     if (modify > 0 && modifyPeer > 0) {
         std::printf("change one directive and write back, per second: YScanDir %.0f, QSettings "
                     "%.0f\nratio YScanDir/QSettings = %.2f (aim >= 1.0)\n",

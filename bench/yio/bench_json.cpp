@@ -9,6 +9,8 @@
 #include "json_value.h"
 #include "json_writer.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 #include <cjson/cJSON.h>
 #include <nlohmann/json.hpp>
@@ -22,7 +24,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -207,35 +208,6 @@ const std::vector<Side>& sides()
     return all;
 }
 
-struct Result
-{
-    double nsPerCall = 0;
-    double bytesPerSecond = 0;
-};
-
-class RecordingReporter : public benchmark::ConsoleReporter
-{
-public:
-    std::map<std::string, Result> results;
-
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            if (run.error_occurred || run.run_type != Run::RT_Iteration)
-                continue;
-            Result result;
-            result.nsPerCall = run.GetAdjustedCPUTime();
-            auto counter = run.counters.find("bytes_per_second");
-            if (counter != run.counters.end())
-                result.bytesPerSecond = counter->second.value;
-            auto known = results.find(run.benchmark_name());
-            if (known == results.end() || known->second.nsPerCall > result.nsPerCall)
-                results[run.benchmark_name()] = result;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
-
 } // namespace
 
 int main(int argc, char** argv)
@@ -249,40 +221,25 @@ int main(int argc, char** argv)
             }
         }
     }
-    std::vector<std::string> arguments(argv, argv + argc);
-    bool repetitionsGiven = false;
-    for (const std::string& argument : arguments)
-        repetitionsGiven = repetitionsGiven || argument.rfind("--benchmark_repetitions", 0) == 0;
-    if (!repetitionsGiven) {
-        arguments.push_back("--benchmark_repetitions=3");
-        arguments.push_back("--benchmark_enable_random_interleaving=true");
-    }
-    std::vector<char*> pointers;
-    for (std::string& argument : arguments)
-        pointers.push_back(&argument[0]);
-    int count = int(pointers.size());
-    benchmark::Initialize(&count, pointers.data());
-    if (benchmark::ReportUnrecognizedArguments(count, pointers.data()))
+    yovo::bench::RecordingReporter reporter(
+        yovo::bench::Figure::CpuTime, yovo::bench::Reduction::Fastest);
+    if (!yovo::bench::run(argc, argv, reporter, 3))
         return 1;
 
-    RecordingReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-
-    std::printf("\nYovoLib MB/s and ratios: peer time / YovoLib time (above 1: YovoLib faster)\n");
+    yovo::bench::printRatioHeading("call");
     for (const char* what : {"parse", "print"}) {
         for (const Document& document : documents()) {
             const std::string base = std::string(what) + "/" + document.name + "/";
-            auto yovo = reporter.results.find(base + "yovolib");
-            if (yovo == reporter.results.end())
+            const yovo::bench::Result* yovo = reporter.find(base + "yovolib");
+            if (yovo == nullptr)
                 continue;
-            std::printf(
-                "%-32s %8.1f MB/s", (base + "yovolib").c_str(), yovo->second.bytesPerSecond / 1e6);
+            std::printf("%-32s %8.1f MB/s", (base + "yovolib").c_str(), yovo->bytesPerSecond / 1e6);
             for (const Side& side : sides()) {
-                auto peer = reporter.results.find(base + side.name);
-                if (side.parse == parseYovo || peer == reporter.results.end())
+                const yovo::bench::Result* peer = reporter.find(base + side.name);
+                if (side.parse == parseYovo || peer == nullptr)
                     continue;
-                std::printf(" | %s %.1f MB/s x%.2f", side.name, peer->second.bytesPerSecond / 1e6,
-                    peer->second.nsPerCall / yovo->second.nsPerCall);
+                std::printf(" | %s %.1f MB/s x%.2f", side.name, peer->bytesPerSecond / 1e6,
+                    peer->cpuNs / yovo->cpuNs);
             }
             std::printf("\n");
         }

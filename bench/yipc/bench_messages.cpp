@@ -7,6 +7,8 @@
 #include "message_simple_server.h"
 #include "network_peer.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QBuffer>
@@ -20,7 +22,6 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
-#include <map>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <string>
@@ -270,48 +271,29 @@ void BM_RoundTrip_PlainC(benchmark::State& state)
 }
 BENCHMARK(BM_RoundTrip_PlainC)->UseRealTime();
 
-// Remembers the rate of each run, so that the ratios can be printed at the end.
-class RatioReporter : public benchmark::ConsoleReporter
-{
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            auto it = run.counters.find("items_per_second");
-            if (it == run.counters.end())
-                continue;
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median")
-                continue;
-            std::string name = run.run_name.function_name;
-            rates[name] = it->second;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> rates;
-};
-
 } // namespace
 
 int main(int argc, char** argv)
 {
     // The peer reports every buffer it sends through qDebug; the figures are the point here.
     QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false"));
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::map<std::string, double>& r = reporter.rates;
+    yovo::bench::RecordingReporter reporter(
+        yovo::bench::Figure::ItemsPerSecond, yovo::bench::Reduction::Median);
+    if (!yovo::bench::run(argc, argv, reporter))
+        return 1;
+    auto r = [&reporter](const char* name) { return reporter.figure(name); };
     auto ns = [](double perSecond) { return perSecond > 0 ? 1e9 / perSecond : 0.0; };
-    if (r["BM_Write_YMessage"] > 0 && r["BM_Write_HandWritten"] > 0)
+    if (r("BM_Write_YMessage") > 0 && r("BM_Write_HandWritten") > 0)
         std::printf("\nwrite: YMessage %.0f ns, by hand %.0f ns, ratio %.2f (aim <= 1.15)\n",
-            ns(r["BM_Write_YMessage"]), ns(r["BM_Write_HandWritten"]),
-            r["BM_Write_HandWritten"] / r["BM_Write_YMessage"]);
-    if (r["BM_Read_YMessage"] > 0 && r["BM_Read_HandWritten"] > 0)
+            ns(r("BM_Write_YMessage")), ns(r("BM_Write_HandWritten")),
+            r("BM_Write_HandWritten") / r("BM_Write_YMessage"));
+    if (r("BM_Read_YMessage") > 0 && r("BM_Read_HandWritten") > 0)
         std::printf("read: YMessage %.0f ns, by hand %.0f ns, ratio %.2f (aim <= 1.15)\n",
-            ns(r["BM_Read_YMessage"]), ns(r["BM_Read_HandWritten"]),
-            r["BM_Read_HandWritten"] / r["BM_Read_YMessage"]);
-    if (r["BM_RoundTrip_YovoLib"] > 0 && r["BM_RoundTrip_PlainC"] > 0)
+            ns(r("BM_Read_YMessage")), ns(r("BM_Read_HandWritten")),
+            r("BM_Read_HandWritten") / r("BM_Read_YMessage"));
+    if (r("BM_RoundTrip_YovoLib") > 0 && r("BM_RoundTrip_PlainC") > 0)
         std::printf("round trips per second: YovoLib %.0f, plain C %.0f, ratio %.2f (aim >= 0.8)\n",
-            r["BM_RoundTrip_YovoLib"], r["BM_RoundTrip_PlainC"],
-            r["BM_RoundTrip_YovoLib"] / r["BM_RoundTrip_PlainC"]);
+            r("BM_RoundTrip_YovoLib"), r("BM_RoundTrip_PlainC"),
+            r("BM_RoundTrip_YovoLib") / r("BM_RoundTrip_PlainC"));
     return 0;
 }

@@ -15,6 +15,8 @@
 #include "http_request.h"
 #include "ysimple_url.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 
@@ -27,7 +29,6 @@
 #include <QTemporaryDir>
 
 #include <cstdio>
-#include <map>
 #include <string>
 
 namespace {
@@ -147,26 +148,6 @@ void getCurlReused(benchmark::State& state, bool tls)
     state.SetItemsProcessed(state.iterations());
 }
 
-// Keeps the fastest run of each case for the table; other load only ever slows a run down.
-class RecordingReporter : public benchmark::ConsoleReporter
-{
-public:
-    std::map<std::string, double> nsPerCall;
-
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            if (run.error_occurred || run.run_type != Run::RT_Iteration)
-                continue;
-            const double ns = run.GetAdjustedRealTime();
-            auto known = nsPerCall.find(run.benchmark_name());
-            if (known == nsPerCall.end() || known->second > ns)
-                nsPerCall[run.benchmark_name()] = ns;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
-
 bool startServers(const QString& folder)
 {
     const int code = QProcess::execute(QStringLiteral(YOVO_PYTHON3),
@@ -193,14 +174,6 @@ void stopServers(const QString& folder)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    QTemporaryDir folder;
-    if (!folder.isValid() || !startServers(folder.path())) {
-        std::fprintf(stderr, "the benchmark's servers did not start\n");
-        stopServers(folder.path());
-        return 1;
-    }
-    curl_global_init(CURL_GLOBAL_DEFAULT);
-
     struct Case
     {
         const char* name;
@@ -225,41 +198,32 @@ int main(int argc, char** argv)
     const Pair pairs[] = {{"fetch/yovolib", "get/curl_reused_handle"},
         {"fetch/yovolib", "fetch/curl_fresh_handle"}, {"get/yovolib", "get/curl_reused_handle"},
         {"get/yovolib", "get/qt_bare_manager"}};
-    std::vector<std::string> arguments(argv, argv + argc);
-    bool repetitionsGiven = false;
-    for (const std::string& argument : arguments)
-        repetitionsGiven = repetitionsGiven || argument.rfind("--benchmark_repetitions", 0) == 0;
-    if (!repetitionsGiven) {
-        arguments.push_back("--benchmark_repetitions=3");
-        arguments.push_back("--benchmark_enable_random_interleaving=true");
-    }
-    std::vector<char*> pointers;
-    for (std::string& argument : arguments)
-        pointers.push_back(&argument[0]);
-    int count = int(pointers.size());
-    benchmark::Initialize(&count, pointers.data());
-    if (benchmark::ReportUnrecognizedArguments(count, pointers.data())) {
+    // The flags first: --help, or a mistyped flag, must not leave servers behind.
+    if (!yovo::bench::initialize(argc, argv, 3))
+        return 1;
+    QTemporaryDir folder;
+    if (!folder.isValid() || !startServers(folder.path())) {
+        std::fprintf(stderr, "the benchmark's servers did not start\n");
         stopServers(folder.path());
         return 1;
     }
+    curl_global_init(CURL_GLOBAL_DEFAULT);
 
-    RecordingReporter reporter;
+    yovo::bench::RecordingReporter reporter(
+        yovo::bench::Figure::RealTime, yovo::bench::Reduction::Fastest);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
 
-    std::printf("\nRatios: other time / YovoLib time per request (above 1: YovoLib faster)\n");
+    yovo::bench::printRatioHeading("request");
     for (const Pair& pair : pairs) {
         for (const char* suffix : {"/plain", "/tls"}) {
-            const auto yovo
-                = reporter.nsPerCall.find(std::string(pair.yovo) + suffix + "/real_time");
-            const auto other
-                = reporter.nsPerCall.find(std::string(pair.other) + suffix + "/real_time");
-            if (yovo == reporter.nsPerCall.end() || other == reporter.nsPerCall.end())
+            const double yovo = reporter.figure(std::string(pair.yovo) + suffix);
+            const double other = reporter.figure(std::string(pair.other) + suffix);
+            if (yovo <= 0 || other <= 0)
                 continue;
             std::printf("%-20s %8.1f us %6.0f req/s | %-28s %8.1f us %6.0f req/s | ratio %.2f\n",
-                (std::string(pair.yovo) + suffix).c_str(), yovo->second / 1e3, 1e9 / yovo->second,
-                (std::string(pair.other) + suffix).c_str(), other->second / 1e3,
-                1e9 / other->second, other->second / yovo->second);
+                (std::string(pair.yovo) + suffix).c_str(), yovo / 1e3, 1e9 / yovo,
+                (std::string(pair.other) + suffix).c_str(), other / 1e3, 1e9 / other, other / yovo);
         }
     }
     curl_global_cleanup();
