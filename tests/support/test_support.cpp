@@ -76,4 +76,44 @@ QString corpusPath(const QString& relative)
     return QStringLiteral(YOVO_SHARED_DIR "/corpora/") + relative;
 }
 
+void Gate::open()
+{
+    std::lock_guard<std::mutex> locker(_mutex);
+    _open = true;
+    _changed.notify_all();
+}
+
+void Gate::wait()
+{
+    std::unique_lock<std::mutex> locker(_mutex);
+    _changed.wait(locker, [this] { return _open; });
+}
+
+Args::Args(std::initializer_list<const char*> items)
+{
+    for (const char* item : items)
+        _storage.emplace_back(item);
+    // Pointers only once the strings are all in place: growing the vector would move them.
+    for (std::string& s : _storage)
+        _pointers.push_back(&s[0]);
+    _pointers.push_back(nullptr);
+}
+
+LogFile::LogFile(const char* streamName, const char* fileName)
+{
+    _path = _dir.file(QString::fromLatin1(fileName));
+    _stream = YDebug::registerStream(streamName, QFile::encodeName(_path).constData());
+    YDebug::setDebugLevel(_stream, YDebug::DBG3);
+}
+
+LogFile::~LogFile()
+{
+    YDebug::unregisterStream(_stream);
+}
+
+QByteArray LogFile::text() const
+{
+    return maskTimestamps(readFile(_path));
+}
+
 } // namespace yovotest

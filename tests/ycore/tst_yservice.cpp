@@ -22,6 +22,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+using yovotest::Args;
+
 namespace {
 
 // What a service manager listens on: a datagram socket named in NOTIFY_SOCKET.
@@ -58,25 +60,6 @@ private:
     QString _path;
     int _fd;
     bool _bound;
-};
-
-class Args
-{
-public:
-    Args(std::initializer_list<const char*> items)
-    {
-        for (const char* item : items)
-            _storage.emplace_back(item);
-        for (std::string& s : _storage)
-            _pointers.push_back(&s[0]);
-        _pointers.push_back(nullptr);
-    }
-    int argc() const { return int(_storage.size()); }
-    char** argv() { return _pointers.data(); }
-
-private:
-    std::vector<std::string> _storage;
-    std::vector<char*> _pointers;
 };
 
 class RecordingService : public YService
