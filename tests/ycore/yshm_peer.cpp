@@ -42,19 +42,37 @@ bool nextCommand(QList<QByteArray>* words)
     return true;
 }
 
+// Creates the segment argv[3] names ("create", with argv[4] or else 4096 bytes) or attaches to
+// it, and says "ready" or why it failed.
+template<typename Segment> bool openSegment(Segment& segment, int argc, char** argv)
+{
+    const bool ok = strcmp(argv[2], "create") == 0
+        ? segment.create(argv[3], argc > 4 ? unsigned(atol(argv[4])) : 4096)
+        : segment.attach(argv[3]);
+    if (!ok) {
+        say("failed " + segment.errorString().toLatin1());
+        return false;
+    }
+    say("ready");
+    return true;
+}
+
+// Attaches to the table another process made, or says why it can't.
+bool attachTable(YMMapHash& hash, const char* name)
+{
+    if (hash.attach(name))
+        return true;
+    say("failed " + hash.errorString().toLatin1());
+    return false;
+}
+
 int hashRole(int argc, char** argv)
 {
     if (argc < 4)
         return 2;
     YMMapHash hash;
-    const bool ok = strcmp(argv[2], "create") == 0
-        ? hash.create(argv[3], argc > 4 ? unsigned(atol(argv[4])) : 4096)
-        : hash.attach(argv[3]);
-    if (!ok) {
-        say("failed " + hash.errorString().toLatin1());
+    if (!openSegment(hash, argc, argv))
         return 1;
-    }
-    say("ready");
     QList<QByteArray> w;
     while (nextCommand(&w)) {
         const QByteArray& c = w[0];
@@ -92,14 +110,8 @@ int allocRole(int argc, char** argv)
     if (argc < 4)
         return 2;
     YMMapAllocator allocator;
-    const bool ok = strcmp(argv[2], "create") == 0
-        ? allocator.create(argv[3], argc > 4 ? unsigned(atol(argv[4])) : 4096)
-        : allocator.attach(argv[3]);
-    if (!ok) {
-        say("failed " + allocator.errorString().toLatin1());
+    if (!openSegment(allocator, argc, argv))
         return 1;
-    }
-    say("ready");
     QList<QByteArray> w;
     while (nextCommand(&w)) {
         const QByteArray& c = w[0];
@@ -195,10 +207,8 @@ int rwWriterRole(int argc, char** argv)
     if (argc < 10)
         return 2;
     YMMapHash hash;
-    if (!hash.attach(argv[2])) {
-        say("failed " + hash.errorString().toLatin1());
+    if (!attachTable(hash, argv[2]))
         return 1;
-    }
     YSemaphore tokens(unsigned(atoi(argv[5])), argv[3]);
     YOneLockSemaphore gate(argv[4]);
     const int id = atoi(argv[6]);
@@ -259,10 +269,8 @@ int rwReaderRole(int argc, char** argv)
     if (argc < 10)
         return 2;
     YMMapHash hash;
-    if (!hash.attach(argv[2])) {
-        say("failed " + hash.errorString().toLatin1());
+    if (!attachTable(hash, argv[2]))
         return 1;
-    }
     YSemaphore tokens(unsigned(atoi(argv[5])), argv[3]);
     YOneLockSemaphore gate(argv[4]);
     const int seconds = atoi(argv[6]);
@@ -322,10 +330,8 @@ int atomicWriterRole(int argc, char** argv)
     if (argc < 5)
         return 2;
     YMMapHash hash;
-    if (!hash.attach(argv[2])) {
-        say("failed " + hash.errorString().toLatin1());
+    if (!attachTable(hash, argv[2]))
         return 1;
-    }
     const int keys = atoi(argv[3]);
     const int rounds = atoi(argv[4]);
     say("ready");
@@ -351,10 +357,8 @@ int atomicReaderRole(int argc, char** argv)
     if (argc < 4)
         return 2;
     YMMapHash hash;
-    if (!hash.attach(argv[2])) {
-        say("failed " + hash.errorString().toLatin1());
+    if (!attachTable(hash, argv[2]))
         return 1;
-    }
     const int keys = atoi(argv[3]);
     std::mt19937 random {unsigned(getpid())};
     quint64 reads = 0, found = 0, bad = 0;
