@@ -76,6 +76,16 @@ QString corpusPath(const QString& relative)
     return QStringLiteral(YOVO_SHARED_DIR "/corpora/") + relative;
 }
 
+std::string thrownBy(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (const YException& e) {
+        return e.what();
+    }
+    return std::string();
+}
+
 void Gate::open()
 {
     std::lock_guard<std::mutex> locker(_mutex);

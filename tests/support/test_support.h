@@ -2,6 +2,7 @@
 #define YOVOLIB_TEST_SUPPORT_H
 
 #include "ydebug.h"
+#include "yevent.h"
 #include "yexception.h"
 
 #include <QByteArray>
@@ -9,6 +10,7 @@
 #include <QStringList>
 
 #include <condition_variable>
+#include <functional>
 #include <initializer_list>
 #include <mutex>
 #include <string>
@@ -60,6 +62,20 @@ template<typename F> QString exceptionText(F call)
     }
     return QStringLiteral("<none>");
 }
+
+/// Runs the action and gives the text of the YException it raises, or "" when it raises none.
+std::string thrownBy(const std::function<void()>& action);
+
+/// Client data that counts its deletions, to see who owns it.
+struct Tracked : public YClientData
+{
+    explicit Tracked(int* deleted)
+        : _deleted(deleted)
+    {
+    }
+    ~Tracked() override { ++*_deleted; }
+    int* _deleted;
+};
 
 /// A one-way signal from one thread to another.
 class Gate
