@@ -109,11 +109,11 @@ Args::Args(std::initializer_list<const char*> items)
     _pointers.push_back(nullptr);
 }
 
-LogFile::LogFile(const char* streamName, const char* fileName)
+LogFile::LogFile(const char* streamName, const char* fileName, int level)
 {
     _path = _dir.file(QString::fromLatin1(fileName));
     _stream = YDebug::registerStream(streamName, QFile::encodeName(_path).constData());
-    YDebug::setDebugLevel(_stream, YDebug::DBG3);
+    YDebug::setDebugLevel(_stream, level);
 }
 
 LogFile::~LogFile()

@@ -105,11 +105,12 @@ private:
     std::vector<char*> _pointers;
 };
 
-/// A stream of its own at the most verbose level, written to a file in a folder of its own.
+/// A stream of its own, at the most verbose level unless told otherwise, written to a file in
+/// a folder of its own.
 class LogFile
 {
 public:
-    LogFile(const char* streamName, const char* fileName);
+    LogFile(const char* streamName, const char* fileName, int level = YDebug::DBG3);
     ~LogFile();
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
