@@ -37,11 +37,12 @@ QString helperPath(const char* name)
     return QStringLiteral(YOVO_TEST_HELPER_DIR "/") + QString::fromLatin1(name);
 }
 
-int runHelper(const char* name, const QStringList& arguments, int timeoutMs, QByteArray* output)
+int runProgram(
+    const QString& program, const QStringList& arguments, int timeoutMs, QByteArray* output)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(helperPath(name), arguments);
+    process.start(program, arguments);
     if (!process.waitForStarted(10000))
         return -1;
     if (!process.waitForFinished(timeoutMs)) {
@@ -54,6 +55,11 @@ int runHelper(const char* name, const QStringList& arguments, int timeoutMs, QBy
     if (process.exitStatus() != QProcess::NormalExit)
         return -1;
     return process.exitCode();
+}
+
+int runHelper(const char* name, const QStringList& arguments, int timeoutMs, QByteArray* output)
+{
+    return runProgram(helperPath(name), arguments, timeoutMs, output);
 }
 
 QByteArray readFile(const QString& path)

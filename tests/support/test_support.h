@@ -39,6 +39,11 @@ private:
 /// The path of a helper program built beside the tests.
 QString helperPath(const char* name);
 
+/// Runs a program to its end, its output and errors merged; returns its exit code, or -1 when it
+/// did not start or end in time.
+int runProgram(const QString& program, const QStringList& arguments, int timeoutMs = 60000,
+    QByteArray* output = nullptr);
+
 /// Runs a helper to its end; returns its exit code, or -1 when it did not start or end in time.
 int runHelper(const char* name, const QStringList& arguments, int timeoutMs = 60000,
     QByteArray* output = nullptr);
