@@ -57,6 +57,26 @@ template<typename Segment> bool openSegment(Segment& segment, int argc, char** a
     return true;
 }
 
+// Answers the commands read until "quit" or the end of the input; the handler gives false for a
+// command it does not know.
+template<typename Handler> int serve(Handler handle)
+{
+    QList<QByteArray> w;
+    while (nextCommand(&w)) {
+        if (w[0] == "quit")
+            return 0;
+        if (!handle(w))
+            say("unknown");
+    }
+    return 0;
+}
+
+void sayUsage(const YMMapAllocator& allocator)
+{
+    say("usage " + QByteArray::number(qlonglong(allocator.memUsage())) + ' '
+        + QByteArray::number(qlonglong(allocator.memSize())));
+}
+
 // Attaches to the table another process made, or says why it can't.
 bool attachTable(YMMapHash& hash, const char* name)
 {
@@ -73,8 +93,7 @@ int hashRole(int argc, char** argv)
     YMMapHash hash;
     if (!openSegment(hash, argc, argv))
         return 1;
-    QList<QByteArray> w;
-    while (nextCommand(&w)) {
+    return serve([&](const QList<QByteArray>& w) {
         const QByteArray& c = w[0];
         const QByteArray key = w.value(1);
         if (c == "put" || c == "aput") {
@@ -94,15 +113,12 @@ int hashRole(int argc, char** argv)
         } else if (c == "count") {
             say("count " + QByteArray::number(hash.getEntriesCount()));
         } else if (c == "usage") {
-            say("usage " + QByteArray::number(qlonglong(hash.getAllocator().memUsage())) + ' '
-                + QByteArray::number(qlonglong(hash.getAllocator().memSize())));
-        } else if (c == "quit") {
-            return 0;
+            sayUsage(hash.getAllocator());
         } else {
-            say("unknown");
+            return false;
         }
-    }
-    return 0;
+        return true;
+    });
 }
 
 int allocRole(int argc, char** argv)
@@ -112,12 +128,10 @@ int allocRole(int argc, char** argv)
     YMMapAllocator allocator;
     if (!openSegment(allocator, argc, argv))
         return 1;
-    QList<QByteArray> w;
-    while (nextCommand(&w)) {
+    return serve([&](const QList<QByteArray>& w) {
         const QByteArray& c = w[0];
         if (c == "usage") {
-            say("usage " + QByteArray::number(qlonglong(allocator.memUsage())) + ' '
-                + QByteArray::number(qlonglong(allocator.memSize())));
+            sayUsage(allocator);
         } else if (c == "base") {
             say("base " + QByteArray::number(quintptr(allocator.baseAddress()), 16));
         } else if (c == "read") {
@@ -132,13 +146,11 @@ int allocRole(int argc, char** argv)
             void* p = allocator.allocate(w.value(1).toUInt());
             say(p ? "offset " + QByteArray::number(qlonglong(allocator.ptrToOffset(p)))
                   : "fail " + allocator.errorString().toLatin1());
-        } else if (c == "quit") {
-            return 0;
         } else {
-            say("unknown");
+            return false;
         }
-    }
-    return 0;
+        return true;
+    });
 }
 
 // A counter in a segment that a writer makes odd while inside and even again before leaving:
