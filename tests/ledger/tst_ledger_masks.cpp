@@ -4,10 +4,10 @@
 // give an allowed and a refused client on one host.
 #include "../../examples/ledger/ledger_common.h"
 #include "ledger_test_support.h"
+#include "message_frames.h"
 
 #include <gtest/gtest.h>
 
-#include <QBuffer>
 #include <QDateTime>
 #include <QRegularExpression>
 #include <QSqlError>
@@ -47,15 +47,11 @@ int connectFrom(const char* source, unsigned short port)
 
 QByteArray storeFrame(int seq, const QString& text)
 {
-    QByteArray frame;
-    QDataStream stream(&frame, QIODevice::WriteOnly);
-    stream.setVersion(QDataStream::Qt_4_8);
     YMessage request;
     request.setStringType(QStringLiteral(LEDGER_STORE));
     request.setIntData(seq);
     request.setStringData(text);
-    stream << &request;
-    return frame;
+    return yovotest::frameOf(&request);
 }
 
 struct Exchange
@@ -105,18 +101,11 @@ std::unique_ptr<YMessage> answerIn(const QByteArray& bytes)
 {
     if (bytes.isEmpty())
         return nullptr;
-    QBuffer buffer;
-    buffer.setData(bytes);
-    buffer.open(QIODevice::ReadOnly);
-    QDataStream stream(&buffer);
-    stream.setVersion(QDataStream::Qt_4_8);
-    YMessage* answer = nullptr;
     try {
-        stream >> answer;
+        return yovotest::messageFrom(bytes);
     } catch (const YException&) {
         return nullptr;
     }
-    return std::unique_ptr<YMessage>(answer);
 }
 
 // Each client name with its sequence numbers, as the daemon stored them, or with the time of

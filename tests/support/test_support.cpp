@@ -37,11 +37,12 @@ QString helperPath(const char* name)
     return QStringLiteral(YOVO_TEST_HELPER_DIR "/") + QString::fromLatin1(name);
 }
 
-int runHelper(const char* name, const QStringList& arguments, int timeoutMs, QByteArray* output)
+int runProgram(
+    const QString& program, const QStringList& arguments, int timeoutMs, QByteArray* output)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(helperPath(name), arguments);
+    process.start(program, arguments);
     if (!process.waitForStarted(10000))
         return -1;
     if (!process.waitForFinished(timeoutMs)) {
@@ -54,6 +55,11 @@ int runHelper(const char* name, const QStringList& arguments, int timeoutMs, QBy
     if (process.exitStatus() != QProcess::NormalExit)
         return -1;
     return process.exitCode();
+}
+
+int runHelper(const char* name, const QStringList& arguments, int timeoutMs, QByteArray* output)
+{
+    return runProgram(helperPath(name), arguments, timeoutMs, output);
 }
 
 QByteArray readFile(const QString& path)
@@ -74,6 +80,56 @@ QByteArray maskTimestamps(const QByteArray& text)
 QString corpusPath(const QString& relative)
 {
     return QStringLiteral(YOVO_SHARED_DIR "/corpora/") + relative;
+}
+
+std::string thrownBy(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (const YException& e) {
+        return e.what();
+    }
+    return std::string();
+}
+
+void Gate::open()
+{
+    std::lock_guard<std::mutex> locker(_mutex);
+    _open = true;
+    _changed.notify_all();
+}
+
+void Gate::wait()
+{
+    std::unique_lock<std::mutex> locker(_mutex);
+    _changed.wait(locker, [this] { return _open; });
+}
+
+Args::Args(std::initializer_list<const char*> items)
+{
+    for (const char* item : items)
+        _storage.emplace_back(item);
+    // Pointers only once the strings are all in place: growing the vector would move them.
+    for (std::string& s : _storage)
+        _pointers.push_back(&s[0]);
+    _pointers.push_back(nullptr);
+}
+
+LogFile::LogFile(const char* streamName, const char* fileName, int level)
+{
+    _path = _dir.file(QString::fromLatin1(fileName));
+    _stream = YDebug::registerStream(streamName, QFile::encodeName(_path).constData());
+    YDebug::setDebugLevel(_stream, level);
+}
+
+LogFile::~LogFile()
+{
+    YDebug::unregisterStream(_stream);
+}
+
+QByteArray LogFile::text() const
+{
+    return maskTimestamps(readFile(_path));
 }
 
 } // namespace yovotest

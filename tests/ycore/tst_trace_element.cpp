@@ -2,6 +2,8 @@
 #include "yexception.h"
 #include "ythread.h"
 
+#include "test_support.h"
+
 #include <gtest/gtest.h>
 
 #include <QSet>
@@ -10,6 +12,8 @@
 #include <mutex>
 #include <thread>
 #include <unistd.h>
+
+using yovotest::Gate;
 
 namespace {
 
@@ -29,27 +33,6 @@ QString notRegistered(unsigned long id)
 {
     return QStringLiteral(" Thread %1 was not registered. Please call the developers").arg(id);
 }
-
-class Gate
-{
-public:
-    void open()
-    {
-        std::lock_guard<std::mutex> locker(_mutex);
-        _open = true;
-        _changed.notify_all();
-    }
-    void wait()
-    {
-        std::unique_lock<std::mutex> locker(_mutex);
-        _changed.wait(locker, [this] { return _open; });
-    }
-
-private:
-    std::mutex _mutex;
-    std::condition_variable _changed;
-    bool _open = false;
-};
 
 // The blocks of a backtrace, each from its header to the blank line that ends it; with ids, only
 // the blocks of those threads (a process that ran other tests before has more).

@@ -1,20 +1,10 @@
 #include "yevent.h"
 
+#include "test_support.h"
+
 #include <gtest/gtest.h>
 
-namespace {
-
-struct Tracked : public YClientData
-{
-    explicit Tracked(int* deleted)
-        : _deleted(deleted)
-    {
-    }
-    ~Tracked() override { ++*_deleted; }
-    int* _deleted;
-};
-
-} // namespace
+using yovotest::Tracked;
 
 TEST(YEvent, DefaultEventHasIdMinusOneAndNothingSet)
 {

@@ -11,18 +11,9 @@
 #include <thread>
 #include <vector>
 
-namespace {
+using yovotest::Tracked;
 
-// Counts the client objects that events delete.
-struct Tracked : public YClientData
-{
-    explicit Tracked(int* deleted)
-        : _deleted(deleted)
-    {
-    }
-    ~Tracked() override { ++*_deleted; }
-    int* _deleted;
-};
+namespace {
 
 class Recorder : public YEventHandler
 {

@@ -1,32 +1,16 @@
 #include "ygetopt.h"
 
+#include "test_support.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>
 #include <vector>
 
+using yovotest::Args;
+
 namespace {
-
-// argv with writable strings, as a program gets them.
-class Args
-{
-public:
-    Args(std::initializer_list<const char*> items)
-    {
-        for (const char* item : items)
-            _storage.emplace_back(item);
-        for (std::string& s : _storage)
-            _pointers.push_back(&s[0]);
-        _pointers.push_back(nullptr);
-    }
-    int argc() const { return int(_storage.size()); }
-    char** argv() { return _pointers.data(); }
-
-private:
-    std::vector<std::string> _storage;
-    std::vector<char*> _pointers;
-};
 
 char options[] = "ab:c";
 

@@ -38,26 +38,6 @@ QString thrownBy(const QString& command, int timeoutSeconds, QByteArray* err = n
     return QStringLiteral("<nothing thrown>");
 }
 
-// A stream of its own at the most verbose level, written to a file.
-class LogFile
-{
-public:
-    LogFile()
-    {
-        _path = _dir.file("globals.log");
-        _stream = YDebug::registerStream("GL", QFile::encodeName(_path).constData());
-        YDebug::setDebugLevel(_stream, YDebug::DBG3);
-    }
-    ~LogFile() { YDebug::unregisterStream(_stream); }
-    YDebug::StreamId stream() const { return _stream; }
-    QByteArray text() const { return yovotest::maskTimestamps(yovotest::readFile(_path)); }
-
-private:
-    yovotest::TempDir _dir;
-    QString _path;
-    YDebug::StreamId _stream;
-};
-
 } // namespace
 
 TEST(YGlobals, ExecuteReturnsExitCodeAndOutputs)
@@ -82,7 +62,7 @@ TEST(YGlobals, ExecuteAddsEnvironmentEntriesToTheSystems)
 
 TEST(YGlobals, ExecuteLogsItsSteps)
 {
-    LogFile log;
+    yovotest::LogFile log("GL", "globals.log");
     QByteArray out, err;
     YGlobals::execute("true", out, err, log.stream(), 10, {});
     EXPECT_EQ(log.text(),
@@ -137,7 +117,7 @@ TEST(YGlobals, ExecuteOfACrashingProgramThrows)
 
 TEST(YGlobals, RemoveDirOfMissingPathRunsNothing)
 {
-    LogFile log;
+    yovotest::LogFile log("GL", "globals.log");
     yovotest::TempDir dir;
     const QString path = dir.file("missing");
     EXPECT_TRUE(YGlobals::removeDir(path, log.stream()));
@@ -147,7 +127,7 @@ TEST(YGlobals, RemoveDirOfMissingPathRunsNothing)
 
 TEST(YGlobals, RemoveDirRemovesATreeWhoseNameTheShellWouldExpand)
 {
-    LogFile log;
+    yovotest::LogFile log("GL", "globals.log");
     yovotest::TempDir dir;
     const QString path = dir.file("it's $HOME `true`");
     ASSERT_TRUE(QDir().mkpath(path + "/a/b"));

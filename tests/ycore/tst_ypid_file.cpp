@@ -15,25 +15,6 @@
 
 namespace {
 
-class LogFile
-{
-public:
-    LogFile()
-    {
-        _path = _dir.file("pid.log");
-        _stream = YDebug::registerStream("PF", QFile::encodeName(_path).constData());
-        YDebug::setDebugLevel(_stream, YDebug::DBG3);
-    }
-    ~LogFile() { YDebug::unregisterStream(_stream); }
-    YDebug::StreamId stream() const { return _stream; }
-    QByteArray text() const { return yovotest::maskTimestamps(yovotest::readFile(_path)); }
-
-private:
-    yovotest::TempDir _dir;
-    QString _path;
-    YDebug::StreamId _stream;
-};
-
 // An installation under a fresh folder, with its tmp folder made.
 class Installation
 {
@@ -103,7 +84,7 @@ TEST(YPidFile, AssignmentReleasesTheOldBody)
 
 TEST(YPidFile, RemoveLogsAndDeletesNow)
 {
-    LogFile log;
+    yovotest::LogFile log("PF", "pid.log");
     Installation inst;
     inst.write("r.pid", "1\n");
     YPidFile file(inst.pidPath("r.pid"), log.stream());
@@ -115,7 +96,7 @@ TEST(YPidFile, RemoveLogsAndDeletesNow)
 
 TEST(YPidFile, FailedRemoveIsAWarning)
 {
-    LogFile log;
+    yovotest::LogFile log("PF", "pid.log");
     Installation inst;
     // A folder that holds something can't be removed as a file.
     ASSERT_TRUE(QDir().mkpath(inst.pidPath("busy.pid") + "/inside"));
@@ -168,7 +149,7 @@ TEST(YGlobalsPid, SecondCreateLeavesTheSecondProcessesId)
 
 TEST(YGlobalsPid, CreateInAMissingFolderIsInvalidAndLogged)
 {
-    LogFile log;
+    yovotest::LogFile log("PF", "pid.log");
     yovotest::TempDir dir;
     const YovoServerInfo info(dir.file("absent"), QStringLiteral("nginx"));
     YPidFile file = YGlobals::createPidFile(log.stream(), info, "x.pid");
@@ -182,7 +163,7 @@ TEST(YGlobalsPid, CreateInAMissingFolderIsInvalidAndLogged)
 
 TEST(YGlobalsPid, GetPidOfReadsNumbersEmptyAndMissingFiles)
 {
-    LogFile log;
+    yovotest::LogFile log("PF", "pid.log");
     Installation inst;
     inst.write("twelve.pid", "12\n");
     inst.write("empty.pid", "");
@@ -198,7 +179,7 @@ TEST(YGlobalsPid, GetPidOfReadsNumbersEmptyAndMissingFiles)
 
 TEST(YGlobalsPid, GetPidOfAnUnreadableFileIsMinusOne)
 {
-    LogFile log;
+    yovotest::LogFile log("PF", "pid.log");
     Installation inst;
     // A folder in its place exists and can't be opened as a file.
     ASSERT_TRUE(QDir().mkpath(inst.pidPath("dir.pid")));

@@ -22,6 +22,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+using yovotest::Args;
+
 namespace {
 
 // What a service manager listens on: a datagram socket named in NOTIFY_SOCKET.
@@ -58,25 +60,6 @@ private:
     QString _path;
     int _fd;
     bool _bound;
-};
-
-class Args
-{
-public:
-    Args(std::initializer_list<const char*> items)
-    {
-        for (const char* item : items)
-            _storage.emplace_back(item);
-        for (std::string& s : _storage)
-            _pointers.push_back(&s[0]);
-        _pointers.push_back(nullptr);
-    }
-    int argc() const { return int(_storage.size()); }
-    char** argv() { return _pointers.data(); }
-
-private:
-    std::vector<std::string> _storage;
-    std::vector<char*> _pointers;
 };
 
 class RecordingService : public YService
@@ -585,22 +568,6 @@ TEST(YServiceDaemon, WatchdogPingsAtHalfThePeriodAndStopsWhenTheLoopHangs)
     EXPECT_EQ(daemon.finish(), 0);
 }
 
-namespace {
-
-int runTool(const QString& program, const QStringList& arguments, QByteArray* output = nullptr)
-{
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, arguments);
-    if (!process.waitForStarted(10000) || !process.waitForFinished(60000))
-        return -1;
-    if (output)
-        *output = process.readAll();
-    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-}
-
-} // namespace
-
 TEST(YServiceDaemon, RunsAsATransientNotifyUnitWhereSystemdRuns)
 {
     if (!QFileInfo::exists(QStringLiteral("/run/systemd/system")))
@@ -610,19 +577,21 @@ TEST(YServiceDaemon, RunsAsATransientNotifyUnitWhereSystemdRuns)
     const QString unit = yovotest::uniqueName("yovo-service-test");
     // The start job of a Type=notify unit completes with READY=1, so systemd-run returns only
     // once serviceInit has succeeded.
-    const int started = runTool(QStringLiteral("systemd-run"),
+    const int started = yovotest::runProgram(QStringLiteral("systemd-run"),
         {"--user", "--collect", "--unit=" + unit, "-p", "Type=notify", "-p", "NotifyAccess=main",
             "-p", "WatchdogSec=5", yovotest::helperPath("yservice_daemon"), "x"},
-        &output);
+        60000, &output);
     if (started != 0 && output.contains("Failed to connect to bus"))
         GTEST_SKIP() << "no user instance of systemd: " << output.toStdString();
     ASSERT_EQ(started, 0) << output.toStdString();
     QByteArray state;
-    runTool(QStringLiteral("systemctl"), {"--user", "is-active", unit}, &state);
+    yovotest::runProgram(QStringLiteral("systemctl"), {"--user", "is-active", unit}, 60000, &state);
     EXPECT_EQ(state.trimmed(), QByteArray("active"));
     // Stopping sends SIGTERM, the stop request, and waits for the daemon to end.
-    EXPECT_EQ(runTool(QStringLiteral("systemctl"), {"--user", "stop", unit}, &output), 0)
+    EXPECT_EQ(
+        yovotest::runProgram(QStringLiteral("systemctl"), {"--user", "stop", unit}, 60000, &output),
+        0)
         << output.toStdString();
-    runTool(QStringLiteral("systemctl"), {"--user", "is-active", unit}, &state);
+    yovotest::runProgram(QStringLiteral("systemctl"), {"--user", "is-active", unit}, 60000, &state);
     EXPECT_NE(state.trimmed(), QByteArray("active"));
 }

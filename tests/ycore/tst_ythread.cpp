@@ -1,6 +1,8 @@
 #include "yexception.h"
 #include "ythread.h"
 
+#include "test_support.h"
+
 #include <gtest/gtest.h>
 
 #include <QFileInfo>
@@ -12,29 +14,9 @@
 #include <thread>
 #include <unistd.h>
 
+using yovotest::Gate;
+
 namespace {
-
-// A one-way signal from one thread to another.
-class Gate
-{
-public:
-    void open()
-    {
-        std::lock_guard<std::mutex> locker(_mutex);
-        _open = true;
-        _changed.notify_all();
-    }
-    void wait()
-    {
-        std::unique_lock<std::mutex> locker(_mutex);
-        _changed.wait(locker, [this] { return _open; });
-    }
-
-private:
-    std::mutex _mutex;
-    std::condition_variable _changed;
-    bool _open = false;
-};
 
 bool taskExists(unsigned long id)
 {

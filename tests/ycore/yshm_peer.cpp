@@ -42,21 +42,58 @@ bool nextCommand(QList<QByteArray>* words)
     return true;
 }
 
+// Creates the segment argv[3] names ("create", with argv[4] or else 4096 bytes) or attaches to
+// it, and says "ready" or why it failed.
+template<typename Segment> bool openSegment(Segment& segment, int argc, char** argv)
+{
+    const bool ok = strcmp(argv[2], "create") == 0
+        ? segment.create(argv[3], argc > 4 ? unsigned(atol(argv[4])) : 4096)
+        : segment.attach(argv[3]);
+    if (!ok) {
+        say("failed " + segment.errorString().toLatin1());
+        return false;
+    }
+    say("ready");
+    return true;
+}
+
+// Answers the commands read until "quit" or the end of the input; the handler gives false for a
+// command it does not know.
+template<typename Handler> int serve(Handler handle)
+{
+    QList<QByteArray> w;
+    while (nextCommand(&w)) {
+        if (w[0] == "quit")
+            return 0;
+        if (!handle(w))
+            say("unknown");
+    }
+    return 0;
+}
+
+void sayUsage(const YMMapAllocator& allocator)
+{
+    say("usage " + QByteArray::number(qlonglong(allocator.memUsage())) + ' '
+        + QByteArray::number(qlonglong(allocator.memSize())));
+}
+
+// Attaches to the table another process made, or says why it can't.
+bool attachTable(YMMapHash& hash, const char* name)
+{
+    if (hash.attach(name))
+        return true;
+    say("failed " + hash.errorString().toLatin1());
+    return false;
+}
+
 int hashRole(int argc, char** argv)
 {
     if (argc < 4)
         return 2;
     YMMapHash hash;
-    const bool ok = strcmp(argv[2], "create") == 0
-        ? hash.create(argv[3], argc > 4 ? unsigned(atol(argv[4])) : 4096)
-        : hash.attach(argv[3]);
-    if (!ok) {
-        say("failed " + hash.errorString().toLatin1());
+    if (!openSegment(hash, argc, argv))
         return 1;
-    }
-    say("ready");
-    QList<QByteArray> w;
-    while (nextCommand(&w)) {
+    return serve([&](const QList<QByteArray>& w) {
         const QByteArray& c = w[0];
         const QByteArray key = w.value(1);
         if (c == "put" || c == "aput") {
@@ -76,15 +113,12 @@ int hashRole(int argc, char** argv)
         } else if (c == "count") {
             say("count " + QByteArray::number(hash.getEntriesCount()));
         } else if (c == "usage") {
-            say("usage " + QByteArray::number(qlonglong(hash.getAllocator().memUsage())) + ' '
-                + QByteArray::number(qlonglong(hash.getAllocator().memSize())));
-        } else if (c == "quit") {
-            return 0;
+            sayUsage(hash.getAllocator());
         } else {
-            say("unknown");
+            return false;
         }
-    }
-    return 0;
+        return true;
+    });
 }
 
 int allocRole(int argc, char** argv)
@@ -92,20 +126,12 @@ int allocRole(int argc, char** argv)
     if (argc < 4)
         return 2;
     YMMapAllocator allocator;
-    const bool ok = strcmp(argv[2], "create") == 0
-        ? allocator.create(argv[3], argc > 4 ? unsigned(atol(argv[4])) : 4096)
-        : allocator.attach(argv[3]);
-    if (!ok) {
-        say("failed " + allocator.errorString().toLatin1());
+    if (!openSegment(allocator, argc, argv))
         return 1;
-    }
-    say("ready");
-    QList<QByteArray> w;
-    while (nextCommand(&w)) {
+    return serve([&](const QList<QByteArray>& w) {
         const QByteArray& c = w[0];
         if (c == "usage") {
-            say("usage " + QByteArray::number(qlonglong(allocator.memUsage())) + ' '
-                + QByteArray::number(qlonglong(allocator.memSize())));
+            sayUsage(allocator);
         } else if (c == "base") {
             say("base " + QByteArray::number(quintptr(allocator.baseAddress()), 16));
         } else if (c == "read") {
@@ -120,13 +146,11 @@ int allocRole(int argc, char** argv)
             void* p = allocator.allocate(w.value(1).toUInt());
             say(p ? "offset " + QByteArray::number(qlonglong(allocator.ptrToOffset(p)))
                   : "fail " + allocator.errorString().toLatin1());
-        } else if (c == "quit") {
-            return 0;
         } else {
-            say("unknown");
+            return false;
         }
-    }
-    return 0;
+        return true;
+    });
 }
 
 // A counter in a segment that a writer makes odd while inside and even again before leaving:
@@ -195,10 +219,8 @@ int rwWriterRole(int argc, char** argv)
     if (argc < 10)
         return 2;
     YMMapHash hash;
-    if (!hash.attach(argv[2])) {
-        say("failed " + hash.errorString().toLatin1());
+    if (!attachTable(hash, argv[2]))
         return 1;
-    }
     YSemaphore tokens(unsigned(atoi(argv[5])), argv[3]);
     YOneLockSemaphore gate(argv[4]);
     const int id = atoi(argv[6]);
@@ -259,10 +281,8 @@ int rwReaderRole(int argc, char** argv)
     if (argc < 10)
         return 2;
     YMMapHash hash;
-    if (!hash.attach(argv[2])) {
-        say("failed " + hash.errorString().toLatin1());
+    if (!attachTable(hash, argv[2]))
         return 1;
-    }
     YSemaphore tokens(unsigned(atoi(argv[5])), argv[3]);
     YOneLockSemaphore gate(argv[4]);
     const int seconds = atoi(argv[6]);
@@ -322,10 +342,8 @@ int atomicWriterRole(int argc, char** argv)
     if (argc < 5)
         return 2;
     YMMapHash hash;
-    if (!hash.attach(argv[2])) {
-        say("failed " + hash.errorString().toLatin1());
+    if (!attachTable(hash, argv[2]))
         return 1;
-    }
     const int keys = atoi(argv[3]);
     const int rounds = atoi(argv[4]);
     say("ready");
@@ -351,10 +369,8 @@ int atomicReaderRole(int argc, char** argv)
     if (argc < 4)
         return 2;
     YMMapHash hash;
-    if (!hash.attach(argv[2])) {
-        say("failed " + hash.errorString().toLatin1());
+    if (!attachTable(hash, argv[2]))
         return 1;
-    }
     const int keys = atoi(argv[3]);
     std::mt19937 random {unsigned(getpid())};
     quint64 reads = 0, found = 0, bad = 0;

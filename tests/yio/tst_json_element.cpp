@@ -3,21 +3,15 @@
 
 #include <cjson/cJSON.h>
 
+#include "test_support.h"
+
 #include <gtest/gtest.h>
 
 #include "json_test_print.h"
 
-namespace {
+using yovotest::exceptionText;
 
-template<typename F> QString exceptionText(F call)
-{
-    try {
-        call();
-    } catch (const YException& e) {
-        return QString::fromLatin1(e.what());
-    }
-    return QStringLiteral("<none>");
-}
+namespace {
 
 } // namespace
 

@@ -1,6 +1,8 @@
 #include "json_value.h"
 #include "yexception.h"
 
+#include "test_support.h"
+
 #include <gtest/gtest.h>
 
 #include "json_test_print.h"
@@ -9,18 +11,9 @@
 #include <thread>
 #include <vector>
 
-namespace {
+using yovotest::exceptionText;
 
-// Runs the call and gives the text of the YException it raises, or "<none>".
-template<typename F> QString exceptionText(F call)
-{
-    try {
-        call();
-    } catch (const YException& e) {
-        return QString::fromLatin1(e.what());
-    }
-    return QStringLiteral("<none>");
-}
+namespace {
 
 // Lets a test reach the protected sharing steps.
 class ExposedValue : public YJsonValue

@@ -12,7 +12,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-using yovotest::maskTimestamps;
 using yovotest::readFile;
 using yovotest::tableName;
 using yovotest::TempDir;
@@ -30,20 +29,13 @@ public:
     using YScanDir::doNormalizeValue;
 };
 
-struct Log
+// The scanner's own stream, at the level the expected log texts were taken at.
+struct Log : public yovotest::LogFile
 {
     Log()
-        : path(dir.file("scan.log"))
+        : LogFile("SD", "scan.log", YDebug::DBG2)
     {
-        stream = YDebug::registerStream("SD", path.toLocal8Bit().constData());
-        YDebug::setDebugLevel(stream, YDebug::DBG2);
     }
-    ~Log() { YDebug::unregisterStream(stream); }
-    QByteArray text() const { return maskTimestamps(readFile(path)); }
-
-    TempDir dir;
-    QString path;
-    YDebug::StreamId stream;
 };
 
 struct IniFile
@@ -334,7 +326,7 @@ TEST(YScanDirRewrite, FlushOfMissingFileLogsAndWritesNothing)
     Log log;
     TempDir dir;
     const QString file = tableName(dir.file("new.ini"));
-    YScanDir scanner(log.stream);
+    YScanDir scanner(log.stream());
     scanner.setStringValue(QString(), QStringLiteral("k"), QStringLiteral("v"), file);
     scanner.flush();
     EXPECT_FALSE(QFile::exists(file));
@@ -371,7 +363,7 @@ TEST(YScanDirRewrite, FlushWithSectionsRegeneratesTheFile)
 TEST(YScanDirRewrite, FlushWritesCrLfAndKeepsOldFileWhenContentHasNul)
 {
     Log log;
-    IniFile f("k=1\n", log.stream);
+    IniFile f("k=1\n", log.stream());
     f.scanner.setStringValue(
         QString(), QStringLiteral("k"), QStringLiteral("a") + QChar(0) + "b", f.name);
     f.scanner.flush();
@@ -389,7 +381,7 @@ TEST(YScanDirRewrite, FailedRenameLeavesNewFileAndOldFile)
     // A folder with content cannot be renamed over.
     const QString file = tableName(dir.file("busy"));
     writeFile(dir.file("busy/inside"), "x");
-    YScanDir scanner(log.stream);
+    YScanDir scanner(log.stream());
     scanner.setStringValue(QString(), QStringLiteral("k"), QStringLiteral("v"), file);
     scanner.flushWithSections();
     EXPECT_TRUE(QFileInfo(file).isDir());
@@ -407,7 +399,7 @@ TEST(YScanDirRewrite, FailedOpenOfNewFileIsLogged)
     const QString file = tableName(dir.file("a.ini"));
     // "<file>.new" is a folder, so it cannot be opened for writing.
     QDir().mkpath(file + ".new");
-    YScanDir scanner(log.stream);
+    YScanDir scanner(log.stream());
     scanner.setStringValue(QString(), QStringLiteral("k"), QStringLiteral("v"), file);
     scanner.flushWithSections();
     EXPECT_FALSE(QFile::exists(file));
@@ -488,7 +480,7 @@ TEST(YScanDirRewrite, ModeAndOwnerStay)
 TEST(YScanDirRewrite, BackupBeforeScanOnlyLogs)
 {
     Log log;
-    YScanDir scanner(log.stream);
+    YScanDir scanner(log.stream());
     scanner.backup();
     EXPECT_EQ(QByteArray("[SD <TS> DBG2] There are no files to backup... did you remember to call "
                          "scan() ? \r\n"),
@@ -498,7 +490,7 @@ TEST(YScanDirRewrite, BackupBeforeScanOnlyLogs)
 TEST(YScanDirRewrite, BackupCopiesEachFileAndReplacesOldBackup)
 {
     Log log;
-    IniFile f("k=1\n", log.stream);
+    IniFile f("k=1\n", log.stream());
     writeFile(f.path + ".backup", "old");
     f.scanner.backup();
     EXPECT_EQ(QByteArray("k=1\n"), readFile(f.path + ".backup"));
@@ -508,7 +500,7 @@ TEST(YScanDirRewrite, BackupCopiesEachFileAndReplacesOldBackup)
 TEST(YScanDirRewrite, BackupTriesCopyDespiteUndeletableOldBackup)
 {
     Log log;
-    IniFile f("k=1\n", log.stream);
+    IniFile f("k=1\n", log.stream());
     // A folder with content is a backup that cannot be removed.
     writeFile(f.path + ".backup/keep", "x");
     f.scanner.backup();

@@ -1,6 +1,8 @@
 #include "message.h"
 #include "yexception.h"
 
+#include "message_frames.h"
+
 #include <gtest/gtest.h>
 
 #include <QBuffer>
@@ -10,36 +12,10 @@
 #include <memory>
 #include <string>
 
+using yovotest::frameOf;
+using yovotest::messageFrom;
+
 namespace {
-
-QByteArray frameOf(const YMessage* message)
-{
-    QByteArray frame;
-    QDataStream stream(&frame, QIODevice::WriteOnly);
-    stream.setVersion(QDataStream::Qt_4_8);
-    stream << message;
-    return frame;
-}
-
-std::unique_ptr<YMessage> readFrom(const QByteArray& frame, qint64* position = nullptr)
-{
-    QBuffer buffer;
-    buffer.setData(frame);
-    buffer.open(QIODevice::ReadOnly);
-    QDataStream stream(&buffer);
-    stream.setVersion(QDataStream::Qt_4_8);
-    YMessage* message = nullptr;
-    try {
-        stream >> message;
-    } catch (...) {
-        if (position)
-            *position = buffer.pos();
-        throw;
-    }
-    if (position)
-        *position = buffer.pos();
-    return std::unique_ptr<YMessage>(message);
-}
 
 YMessage* example()
 {
@@ -135,7 +111,7 @@ TEST(YMessage, FrameOfAWiderClassCarriesItsPropertiesAndIsNotRead)
         + stringVariant("a") + intVariant(5) + stringVariant("b") + intVariant(77);
     const QByteArray frame = frameOf(&wider);
     EXPECT_EQ(frameAround(body).toHex(), frame.toHex());
-    EXPECT_THROW(readFrom(frame), YException);
+    EXPECT_THROW(messageFrom(frame), YException);
 }
 
 TEST(YMessage, TextForms)
@@ -188,7 +164,7 @@ TEST(YMessage, EmptyAndNullTextsDiffer)
         + QByteArray(1, '\0') + word(0) + intVariant(-1) + stringVariant(QString());
     EXPECT_EQ(frameAround(body).toHex(), frame.toHex());
 
-    const std::unique_ptr<YMessage> back = readFrom(frame);
+    const std::unique_ptr<YMessage> back = messageFrom(frame);
     EXPECT_FALSE(back->getStringType().isNull());
     EXPECT_TRUE(back->getStringType().isEmpty());
     EXPECT_TRUE(back->getStringData().isNull());
@@ -203,7 +179,7 @@ TEST(YMessage, RoundTripKeepsAllFieldsAndTheObjectName)
     message.setStringData("all well");
     qint64 position = 0;
     const QByteArray frame = frameOf(&message);
-    const std::unique_ptr<YMessage> back = readFrom(frame, &position);
+    const std::unique_ptr<YMessage> back = messageFrom(frame, &position);
     EXPECT_EQ(QStringLiteral("sender"), back->objectName());
     EXPECT_EQ(QStringLiteral("status"), back->getStringType());
     EXPECT_EQ(-123456789, back->getIntData());
@@ -221,7 +197,7 @@ TEST(YMessage, NonLatinTextSurvives)
     const QByteArray frame = frameOf(&message);
     // UTF-16 on the wire, big-endian: the surrogate pair of the last character stands as it is.
     EXPECT_TRUE(frame.contains(QByteArray::fromHex("d83dde42")));
-    const std::unique_ptr<YMessage> back = readFrom(frame);
+    const std::unique_ptr<YMessage> back = messageFrom(frame);
     EXPECT_EQ(text, back->getStringType());
     EXPECT_EQ(text + text, back->getStringData());
 }
@@ -257,7 +233,7 @@ TEST(YMessage, ValueOfAnotherTypeIsConvertedOrLeavesTheField)
     // The integer arrives as text that reads as a number, the second text as a number.
     const QByteArray body = bodyNaming("YMessage") + stringVariant(QString())
         + stringVariant("kind") + stringVariant("42") + intVariant(7);
-    const std::unique_ptr<YMessage> back = readFrom(frameAround(body));
+    const std::unique_ptr<YMessage> back = messageFrom(frameAround(body));
     EXPECT_EQ(QStringLiteral("kind"), back->getStringType());
     EXPECT_EQ(42, back->getIntData());
     EXPECT_EQ(QStringLiteral("7"), back->getStringData());
@@ -267,7 +243,7 @@ TEST(YMessage, ValueOfAnotherTypeIsConvertedOrLeavesTheField)
     const QByteArray nested = bodyNaming("YMessage") + stringVariant(QString())
         + stringVariant("kind") + word(9) + QByteArray(1, '\0') + word(1) + intVariant(3)
         + stringVariant("never read");
-    const std::unique_ptr<YMessage> partial = readFrom(frameAround(nested));
+    const std::unique_ptr<YMessage> partial = messageFrom(frameAround(nested));
     EXPECT_EQ(QStringLiteral("kind"), partial->getStringType());
     EXPECT_EQ(0, partial->getIntData());
     EXPECT_TRUE(partial->getStringData().isNull());
@@ -280,7 +256,7 @@ TEST(YMessage, ListOfTextsCountingMoreThanTheBodyHoldsEndsTheReading)
     const QByteArray claims = bodyNaming("YMessage") + stringVariant(QString())
         + stringVariant("kind") + word(11) + QByteArray(1, '\0') + word(0x10000002)
         + stringVariant("never read");
-    const std::unique_ptr<YMessage> partial = readFrom(frameAround(claims));
+    const std::unique_ptr<YMessage> partial = messageFrom(frameAround(claims));
     EXPECT_EQ(QStringLiteral("kind"), partial->getStringType());
     EXPECT_EQ(0, partial->getIntData());
     EXPECT_TRUE(partial->getStringData().isNull());
@@ -290,7 +266,7 @@ TEST(YMessage, ListOfTextsCountingMoreThanTheBodyHoldsEndsTheReading)
     const QByteArray honest = bodyNaming("YMessage") + stringVariant(QString())
         + stringVariant("kind") + word(11) + QByteArray(1, '\0') + word(1)
         + stringVariant("9").mid(5) + stringVariant("after");
-    const std::unique_ptr<YMessage> whole = readFrom(frameAround(honest));
+    const std::unique_ptr<YMessage> whole = messageFrom(frameAround(honest));
     EXPECT_EQ(QStringLiteral("kind"), whole->getStringType());
     EXPECT_EQ(0, whole->getIntData());
     EXPECT_EQ(QStringLiteral("after"), whole->getStringData());
@@ -300,7 +276,7 @@ TEST(YMessage, TruncatedBodyGivesWhatArrived)
 {
     const QByteArray body
         = bodyNaming("YMessage") + stringVariant(QString()) + stringVariant("only this");
-    const std::unique_ptr<YMessage> back = readFrom(frameAround(body));
+    const std::unique_ptr<YMessage> back = messageFrom(frameAround(body));
     EXPECT_EQ(QStringLiteral("only this"), back->getStringType());
     EXPECT_TRUE(back->getStringData().isEmpty());
 }
@@ -311,7 +287,7 @@ TEST(YMessage, MissingBytesOnADeviceThatCannotWaitThrow)
     const QByteArray frame = frameOf(message.get());
     for (int cut : {0, 3, 8, 56}) {
         try {
-            readFrom(frame.left(cut));
+            messageFrom(frame.left(cut));
             FAIL() << "no exception at " << cut;
         } catch (const YException& e) {
             EXPECT_EQ(0u, std::string(e.what()).find("Error while waiting for read: ")) << cut;
@@ -326,7 +302,7 @@ TEST(YMessage, WaitForTheBodyCountsWithoutItsLengthPrefix)
     std::unique_ptr<YMessage> message(example());
     const QByteArray frame = frameOf(message.get());
     try {
-        readFrom(frame.left(frame.size() - 4));
+        messageFrom(frame.left(frame.size() - 4));
         FAIL() << "no exception";
     } catch (const YException& e) {
         EXPECT_STREQ("unrecognized class while deserializing", e.what());
@@ -337,7 +313,7 @@ TEST(YMessage, LengthWordBeyondAnyMessageIsRefusedAtOnce)
 {
     const QByteArray header = word(0xFFFFFFF0) + word(0xFFFFFFF0);
     try {
-        readFrom(header);
+        messageFrom(header);
         FAIL() << "no exception";
     } catch (const YException& e) {
         EXPECT_STREQ("Message frame too long: 4294967280 bytes", e.what());
@@ -354,7 +330,7 @@ TEST(YMessage, GarbledFramesNeverCrash)
             QByteArray garbled = frame;
             garbled[i] = char(garbled[i] ^ flip);
             try {
-                readFrom(garbled);
+                messageFrom(garbled);
             } catch (const YException&) {
             }
         }

@@ -10,17 +10,34 @@
 
 #include <memory>
 
-TEST(YMessageSlow, SilentPeerTimesOutAfterThirtySeconds)
+namespace {
+
+// Both ends of a loopback connection: the client and the socket the listener accepted.
+struct Loopback
 {
     QTcpServer listener;
-    ASSERT_TRUE(listener.listen(QHostAddress::LocalHost, 0));
     QTcpSocket client;
-    client.connectToHost(QHostAddress::LocalHost, listener.serverPort());
-    ASSERT_TRUE(client.waitForConnected(5000));
-    ASSERT_TRUE(listener.waitForNewConnection(5000));
-    std::unique_ptr<QTcpSocket> accepted(listener.nextPendingConnection());
+    std::unique_ptr<QTcpSocket> accepted;
+};
 
-    QDataStream stream(accepted.get());
+void connectLoopback(Loopback* link)
+{
+    ASSERT_TRUE(link->listener.listen(QHostAddress::LocalHost, 0));
+    link->client.connectToHost(QHostAddress::LocalHost, link->listener.serverPort());
+    ASSERT_TRUE(link->client.waitForConnected(5000));
+    ASSERT_TRUE(link->listener.waitForNewConnection(5000));
+    link->accepted.reset(link->listener.nextPendingConnection());
+}
+
+} // namespace
+
+TEST(YMessageSlow, SilentPeerTimesOutAfterThirtySeconds)
+{
+    Loopback link;
+    ASSERT_NO_FATAL_FAILURE(connectLoopback(&link));
+    QTcpSocket* accepted = link.accepted.get();
+
+    QDataStream stream(accepted);
     YMessage* message = nullptr;
     QElapsedTimer timer;
     timer.start();
@@ -39,17 +56,13 @@ TEST(YMessageSlow, SilentPeerTimesOutAfterThirtySeconds)
 
 TEST(YMessageSlow, PeerThatStopsAfterTheLengthWordTimesOut)
 {
-    QTcpServer listener;
-    ASSERT_TRUE(listener.listen(QHostAddress::LocalHost, 0));
-    QTcpSocket client;
-    client.connectToHost(QHostAddress::LocalHost, listener.serverPort());
-    ASSERT_TRUE(client.waitForConnected(5000));
-    ASSERT_TRUE(listener.waitForNewConnection(5000));
-    std::unique_ptr<QTcpSocket> accepted(listener.nextPendingConnection());
-    client.write(QByteArray::fromHex("0000003500000035000000"));
-    ASSERT_TRUE(client.waitForBytesWritten(5000));
+    Loopback link;
+    ASSERT_NO_FATAL_FAILURE(connectLoopback(&link));
+    QTcpSocket* accepted = link.accepted.get();
+    link.client.write(QByteArray::fromHex("0000003500000035000000"));
+    ASSERT_TRUE(link.client.waitForBytesWritten(5000));
 
-    QDataStream stream(accepted.get());
+    QDataStream stream(accepted);
     YMessage* message = nullptr;
     QElapsedTimer timer;
     timer.start();

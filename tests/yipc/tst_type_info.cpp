@@ -2,6 +2,8 @@
 #include "type_registry.h"
 #include "yexception.h"
 
+#include "test_support.h"
+
 #include <gtest/gtest.h>
 
 #include <openssl/evp.h>
@@ -13,6 +15,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+using yovotest::thrownBy;
 
 namespace {
 
@@ -63,16 +67,6 @@ private:
     unsigned int _nextOrder = 3;
     unsigned int _userFields = 0;
 };
-
-std::string thrownBy(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const YException& e) {
-        return e.what();
-    }
-    return std::string();
-}
 
 YTypeInfo_t<YMD5> typeT()
 {

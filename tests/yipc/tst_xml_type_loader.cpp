@@ -2,12 +2,16 @@
 #include "xml_type_loader.h"
 #include "yexception.h"
 
+#include "test_support.h"
+
 #include <gtest/gtest.h>
 
 #include <QBuffer>
 
 #include <memory>
 #include <string>
+
+using yovotest::thrownBy;
 
 namespace {
 
@@ -28,16 +32,6 @@ private:
     QBuffer _buffer;
     YXmlTypeLoader _loader;
 };
-
-std::string thrownBy(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const YException& e) {
-        return e.what();
-    }
-    return std::string();
-}
 
 const char* const TWO_TYPES = R"(<?xml version="1.0"?>
 <types>

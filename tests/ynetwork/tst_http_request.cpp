@@ -25,32 +25,15 @@ protected:
 
 const QByteArray HELLO("Hello from the test server\n");
 
-// A log stream into a file of a fresh folder, at the most verbose level.
-class LogFile
+// The log's lines, trimmed, without the blank ones.
+QList<QByteArray> linesOf(const yovotest::LogFile& log)
 {
-public:
-    LogFile()
-        : _path(_dir.file(QStringLiteral("http.log")))
-        , _stream(YDebug::registerStream("HT", _path.toLocal8Bit().constData()))
-    {
-        YDebug::setDebugLevel(_stream, YDebug::DBG3);
-    }
-    ~LogFile() { YDebug::unregisterStream(_stream); }
-    YDebug::StreamId stream() const { return _stream; }
-    QList<QByteArray> lines() const
-    {
-        QList<QByteArray> result = yovotest::maskTimestamps(yovotest::readFile(_path)).split('\n');
-        for (QByteArray& line : result)
-            line = line.trimmed();
-        result.removeAll(QByteArray());
-        return result;
-    }
-
-private:
-    yovotest::TempDir _dir;
-    QString _path;
-    YDebug::StreamId _stream;
-};
+    QList<QByteArray> result = log.text().split('\n');
+    for (QByteArray& line : result)
+        line = line.trimmed();
+    result.removeAll(QByteArray());
+    return result;
+}
 
 } // namespace
 
@@ -78,13 +61,13 @@ TEST_F(YHttpRequestTest, RedirectionsAreFollowedAndTheRequestHoldsTheFinalUrl)
 
 TEST_F(YHttpRequestTest, RedirectionLogLinesAreExact)
 {
-    LogFile log;
+    yovotest::LogFile log("HT", "http.log");
     YHttpRequest http;
     QNetworkRequest request(QUrl(fixtureUrl("plain", "/r2")));
     http.get(request, log.stream());
     const QByteArray r2 = fixtureUrl("plain", "/r2").toLatin1();
     const QByteArray hello = fixtureUrl("plain", "/hello.txt").toLatin1();
-    const QList<QByteArray> lines = log.lines();
+    const QList<QByteArray> lines = linesOf(log);
     ASSERT_GE(lines.size(), 4);
     EXPECT_EQ(lines.first(), "[HT <TS> DBG2] YHttpRequest::get " + r2);
     EXPECT_TRUE(lines.contains("[HT <TS> DBG2] YHttpRequest::metaDataChanged received a "
@@ -100,14 +83,14 @@ TEST_F(YHttpRequestTest, RedirectionLogLinesAreExact)
 
 TEST_F(YHttpRequestTest, SelfSignedCertificateIsAcceptedAndLogged)
 {
-    LogFile log;
+    yovotest::LogFile log("HT", "http.log");
     YHttpRequest http;
     QNetworkRequest request(QUrl(fixtureUrl("selfsigned", "/hello.txt", true)));
     QNetworkReply* reply = http.get(request, log.stream());
     EXPECT_EQ(YHttpReply(reply).getHttpStatus(), 200);
     EXPECT_EQ(reply->readAll(), HELLO);
     EXPECT_EQ(request.sslConfiguration().protocol(), QSsl::TlsV1_2OrLater);
-    const QList<QByteArray> lines = log.lines();
+    const QList<QByteArray> lines = linesOf(log);
     EXPECT_TRUE(lines.contains("[HT <TS> DBG3] At YHttpRequestEventLoop::sslErrors"));
     EXPECT_TRUE(lines.contains(
         "[HT <TS> DBG1] Ignored ssl error: 9 The certificate is self-signed, and untrusted"))
@@ -116,15 +99,15 @@ TEST_F(YHttpRequestTest, SelfSignedCertificateIsAcceptedAndLogged)
 
 TEST_F(YHttpRequestTest, SelfSignedCertificateInAChainIsAccepted)
 {
-    LogFile log;
+    yovotest::LogFile log("HT", "http.log");
     YHttpRequest http;
     QNetworkRequest request(QUrl(fixtureUrl("chain", "/hello.txt", true)));
     QNetworkReply* reply = http.get(request, log.stream());
     EXPECT_EQ(YHttpReply(reply).getHttpStatus(), 200);
     EXPECT_EQ(reply->readAll(), HELLO);
-    EXPECT_TRUE(log.lines().contains("[HT <TS> DBG1] Ignored ssl error: 10 The root certificate "
-                                     "of the certificate chain is self-signed, and untrusted"))
-        << log.lines().join('\n').constData();
+    EXPECT_TRUE(linesOf(log).contains("[HT <TS> DBG1] Ignored ssl error: 10 The root certificate "
+                                      "of the certificate chain is self-signed, and untrusted"))
+        << linesOf(log).join('\n').constData();
 }
 
 TEST_F(YHttpRequestTest, EveryOtherCertificateFaultAbortsTheRequest)
