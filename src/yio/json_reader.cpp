@@ -515,33 +515,21 @@ int YJsonReader::skipWhiteSpace()
 int YJsonReader::skipComment()
 {
     int ch = readChar();
-    if (ch == '/') {
+    if (ch == '/' || ch == '*') {
+        const bool toLineEnd = ch == '/';
         addWarning(YJSONREADER_ALLOW_COMMENTS,
             QStringLiteral(
                 "Comments may be tolerated in JSON text but they are not part of JSON syntax"));
         m_commentLine = m_lineNo;
-        m_comment = QStringLiteral("//");
+        m_comment = toLineEnd ? QStringLiteral("//") : QStringLiteral("/*");
         for (;;) {
             ch = readChar();
             if (ch < 0)
                 return -1;
             m_comment += QChar(ch);
-            if (ch == '\n')
+            if (toLineEnd && ch == '\n')
                 return readChar();
-        }
-    }
-    if (ch == '*') {
-        addWarning(YJSONREADER_ALLOW_COMMENTS,
-            QStringLiteral(
-                "Comments may be tolerated in JSON text but they are not part of JSON syntax"));
-        m_commentLine = m_lineNo;
-        m_comment = QStringLiteral("/*");
-        for (;;) {
-            ch = readChar();
-            if (ch < 0)
-                return -1;
-            m_comment += QChar(ch);
-            if (ch == '*' && peekChar() == '/') {
+            if (!toLineEnd && ch == '*' && peekChar() == '/') {
                 readChar();
                 m_comment += QLatin1Char('/');
                 return readChar();
