@@ -175,7 +175,7 @@ public:
     /// Waits for the end; the exit code, or -1 after the time-out or on a crash.
     int finish(int timeoutMs = 20000)
     {
-        if (!_process.waitForFinished(timeoutMs))
+        if (_process.state() != QProcess::NotRunning && !_process.waitForFinished(timeoutMs))
             return -1;
         while (_process.canReadLine())
             _lines.append(_process.readLine().trimmed());
@@ -189,6 +189,25 @@ public:
     QByteArray errors() { return _process.readAllStandardError(); }
 
     void signal(int signo) { kill(pid_t(_process.processId()), signo); }
+
+    /// Sends a stop signal and waits for the end, as finish() does. The thread sanitizer's runtime
+    /// holds an asynchronous signal back until the receiving thread's next intercepted call, and
+    /// the one here loses it now and then when it lands between two of them (a third of the runs
+    /// of a daemon whose only receiving thread naps in 10 ms steps; a second signal always gets
+    /// through). Under it the signal goes again while the daemon lives; elsewhere, once.
+    int stopWith(int signo, int timeoutMs = 20000)
+    {
+        signal(signo);
+#ifdef YOVO_SANITIZE_THREAD
+        const int retryMs = 2000;
+        for (int waited = 0; waited < timeoutMs; waited += retryMs) {
+            if (_process.waitForFinished(retryMs))
+                break;
+            signal(signo);
+        }
+#endif
+        return finish(timeoutMs);
+    }
 
 private:
     QProcess _process;
@@ -433,8 +452,7 @@ TEST(YServiceDaemon, ApplicationStopsOnSigterm)
     Daemon daemon({"-e", "x"});
     ASSERT_TRUE(daemon.started());
     ASSERT_TRUE(daemon.waitForLine("main"));
-    daemon.signal(SIGTERM);
-    EXPECT_EQ(daemon.finish(), 0);
+    EXPECT_EQ(daemon.stopWith(SIGTERM), 0);
     EXPECT_EQ(daemon.lines(),
         QList<QByteArray>({"daemon: service is starting (as application) ...", initLine("2 PROG,x"),
             "main", "shutdown"}));
@@ -445,8 +463,7 @@ TEST(YServiceDaemon, ApplicationStopsOnSigint)
     Daemon daemon({"x", "-E"});
     ASSERT_TRUE(daemon.started());
     ASSERT_TRUE(daemon.waitForLine("main"));
-    daemon.signal(SIGINT);
-    EXPECT_EQ(daemon.finish(), 0);
+    EXPECT_EQ(daemon.stopWith(SIGINT), 0);
     EXPECT_EQ(daemon.lines(),
         QList<QByteArray>({"daemon: service is starting (as application) ...", initLine("2 PROG,x"),
             "main", "shutdown"}));
@@ -508,8 +525,7 @@ TEST(YServiceDaemon, UnderAManagerWithoutControlsPauseIsIgnoredAndSigtermKills)
     EXPECT_EQ(manager.receive(300), QByteArray());
     // Stop isn't accepted, so the handler for SIGTERM that the daemon asked for gets it: its
     // shutdown ends the main loop.
-    daemon.signal(SIGTERM);
-    EXPECT_EQ(daemon.finish(), 0);
+    EXPECT_EQ(daemon.stopWith(SIGTERM), 0);
     EXPECT_FALSE(daemon.lines().contains("pause"));
     EXPECT_TRUE(daemon.lines().contains("shutdown"));
     EXPECT_EQ(manager.receive(200), QByteArray());
